@@ -1,0 +1,27 @@
+#pragma once
+// The one exception type that crosses the library's interface.
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace vmio {
+
+class AutomationError : public std::runtime_error {
+ public:
+  // A run-time error with the automation run-time's standard text for its number
+  // (5, 6, 9, 13, 91, 429, 438, 457); an empty description for other numbers.
+  explicit AutomationError(int32_t number);
+  AutomationError(int32_t number, std::string description);
+
+  int32_t Number() const { return number_; }
+  const std::string& Description() const { return description_; }
+
+ private:
+  int32_t number_;
+  std::string description_;
+};
+
+// The run-time's standard description for a number, or "" when it has none here.
+std::string StandardErrorText(int32_t number);
+
+}  // namespace vmio

@@ -1,0 +1,24 @@
+#pragma once
+// Creating the library's classes by their programmatic names ("VMIO.Axis").
+#include <memory>
+#include <span>
+#include <string_view>
+
+#include "vmio/io_device.h"
+
+namespace vmio {
+
+struct ClassInfo {
+  std::string_view progid;      // "VMIO.Axis"
+  std::string_view short_name;  // "axis", for command lines
+  std::shared_ptr<Object> (*create)();
+};
+
+// Every creatable class, in a stable order.
+std::span<const ClassInfo> Classes();
+
+// Creates a class by programmatic name (case-insensitive, as the registry is).
+// Raises 429 "ActiveX component can't create object" for an unknown name.
+std::shared_ptr<Object> CreateObject(std::string_view progid);
+
+}  // namespace vmio

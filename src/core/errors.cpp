@@ -1,0 +1,44 @@
+#include "core/errors.h"
+
+#include "vmio/io_device.h"
+
+#include <utility>
+
+namespace vmio {
+
+std::string StandardErrorText(int32_t number) {
+  switch (number) {
+    case 5: return "Invalid procedure call or argument";
+    case 6: return "Overflow";
+    case 9: return "Subscript out of range";
+    case 13: return "Type mismatch";
+    case 91: return "Object variable or With block variable not set";
+    case 429: return "ActiveX component can't create object";
+    case 438: return "Object doesn't support this property or method";
+    case 457: return "This key is already associated with an element of this collection";
+    default: return {};
+  }
+}
+
+AutomationError::AutomationError(int32_t number) : AutomationError(number, StandardErrorText(number)) {}
+
+AutomationError::AutomationError(int32_t number, std::string description)
+    : std::runtime_error(description), number_(number), description_(std::move(description)) {}
+
+void Raise(int32_t number) { throw AutomationError(number); }
+void Raise(int32_t number, std::string description) { throw AutomationError(number, std::move(description)); }
+
+void RaiseNotConnected() { Raise(IOErrorNotConnected, "Not connected"); }
+
+void RaiseNotAnOutput(int32_t index) {
+  Raise(IOErrorInvalidPortDirection, "Port " + std::to_string(int64_t{index} + 1) + "is not an output port");
+}
+
+void RaiseGettingValue() { Raise(IOErrorGettingValue, "Unable to connect to the device"); }
+
+bool RequireBoolean(const Variant& value) {
+  if (const bool* b = value.If<bool>()) return *b;
+  Raise(13);
+}
+
+}  // namespace vmio

@@ -1,0 +1,55 @@
+#include "core/port_table.h"
+
+#include "core/errors.h"
+
+namespace vmio {
+
+void PortTableDevice::Disconnect() {
+  Connected = false;
+  Host.clear();
+}
+
+int32_t PortTableDevice::Ports() {
+  if (!Connected) RaiseNotConnected();
+  return PortCount;
+}
+
+int32_t PortTableDevice::PortDirection(int32_t Index) {
+  CheckIndex(Index);
+  return PortDirections[static_cast<size_t>(Index)];
+}
+
+int32_t PortTableDevice::PortType(int32_t Index) {
+  CheckIndex(Index);
+  return vtBool;
+}
+
+void PortTableDevice::ResizePorts(int32_t count) {
+  PortCount = count;
+  PortDirections.assign(static_cast<size_t>(count), 0);
+  PortValues.assign(static_cast<size_t>(count), false);
+}
+
+void PortTableDevice::CheckIndex(int32_t Index) const {
+  if (Index < 0 || Index >= PortCount) Raise(9);
+}
+
+bool PortTableDevice::Value(int32_t Index) const {
+  CheckIndex(Index);
+  return PortValues[static_cast<size_t>(Index)];
+}
+
+void PortTableDevice::SetValue(int32_t Index, bool state) {
+  CheckIndex(Index);
+  PortValues[static_cast<size_t>(Index)] = state;
+}
+
+std::optional<bool> PortTableDevice::BeginOutputWrite(int32_t Index, const Variant& NewValue) {
+  if (!Connected) RaiseNotConnected();
+  const int32_t direction = PortDirection(Index);
+  if (direction == IOInput) RaiseNotAnOutput(Index);
+  if (direction != IOBidirectional) return std::nullopt;
+  return RequireBoolean(NewValue);
+}
+
+}  // namespace vmio
