@@ -1,0 +1,75 @@
+#pragma once
+// A real HTTP server on a loopback port that simulated devices answer through.
+//
+// It owns the listening socket and its serving threads, checks Basic or Digest credentials
+// the way cameras do (401 with a WWW-Authenticate challenge), counts and logs the requests it
+// lets through, and can be told to go silent (hold requests unanswered) to test time-outs.
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vmio::sim {
+
+enum class AuthScheme { None, Basic, Digest };
+
+struct HttpAuth {
+  AuthScheme scheme = AuthScheme::None;
+  std::string user;
+  std::string password;
+};
+
+struct HttpRequestInfo {
+  std::string method;  // "GET" or "POST"
+  std::string path;    // "/axis-cgi/io/port.cgi", not decoded
+  std::string query;   // everything after "?", raw (not decoded: "+" stays "+")
+  std::string body;
+};
+
+struct HttpReply {
+  int status = 200;
+  std::string body;
+  std::string content_type = "text/plain";
+};
+
+class HttpSimServer {
+ public:
+  using Handler = std::function<HttpReply(const HttpRequestInfo&)>;
+
+  // The handler runs on the server's threads: it must guard the state it shares.
+  explicit HttpSimServer(Handler handler, HttpAuth auth = {});
+  ~HttpSimServer();  // stops
+  HttpSimServer(const HttpSimServer&) = delete;
+  HttpSimServer& operator=(const HttpSimServer&) = delete;
+
+  // Binds host:port (0 = an ephemeral port) and serves on background threads; returns once
+  // the socket listens. Raises std::runtime_error when the address cannot be bound.
+  void Start(const std::string& host = "127.0.0.1", int port = 0);
+  void Stop();
+
+  int Port() const;
+  // "127.0.0.1:PORT".
+  std::string Authority() const;
+  // What a driver's Connect takes: the authority, with "user:password@" in front when the
+  // server requires credentials.
+  std::string DeviceString() const;
+
+  // Requests that passed the credential check, by path (without the query), and in all.
+  int RequestCount(std::string_view path) const;
+  int RequestCount() const;
+  // "path?query" (or just the path) of every request that passed, in order.
+  std::vector<std::string> RequestLog() const;
+  void ClearLog();
+  // TCP connections accepted so far (to check that clients reuse theirs).
+  int ConnectionCount() const;
+
+  // While silent, requests are held unanswered (until silence ends or the server stops).
+  void SetSilent(bool silent);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace vmio::sim

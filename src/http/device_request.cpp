@@ -1,0 +1,41 @@
+#include "http/device_request.h"
+
+#include "core/string_encoding.h"
+#include "vmio/error.h"
+
+namespace vmio {
+
+HttpDevice::HttpDevice() { client.UserAgent(kDeviceUserAgent); }
+
+std::string HttpDevice::Url(std::string_view Path) const {
+  std::string url;
+  url.reserve(7 + Host.size() + Path.size());
+  url.append("http://").append(Host).append(Path);
+  return url;
+}
+
+std::string HttpDevice::Get(std::string_view Path) {
+  return BytesToString(client.GetResource(Url(Path)), kCodePage1252);
+}
+
+std::optional<std::string> HttpDevice::TryGet(std::string_view Path) {
+  try {
+    return Get(Path);
+  } catch (const AutomationError&) {
+    return std::nullopt;
+  }
+}
+
+bool HttpDevice::LastStatusIs200() const {
+  const std::string& headers = client.LastHeaders();
+  return headers.size() >= 12 && headers.compare(9, 3, "200") == 0;
+}
+
+bool HttpDevice::RequestPath(std::string_view Path) {
+  std::optional<std::string> body = TryGet(Path);
+  if (!body) return false;
+  LastReply = std::move(*body);
+  return LastStatusIs200();
+}
+
+}  // namespace vmio

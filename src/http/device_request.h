@@ -1,0 +1,41 @@
+#pragma once
+// The HTTP state and request routine every HTTP driver shares.
+//
+// Host is the Connect string, used verbatim as the authority of every URL, so it may carry a
+// port (host:8080) and credentials (user:password@host); nothing else passes credentials.
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/port_table.h"
+#include "http/http_client.h"
+
+namespace vmio {
+
+inline constexpr char kDeviceUserAgent[] = "Vastmere IO Engine";
+
+class HttpDevice : public PortTableDevice {
+ protected:
+  HttpDevice();
+
+  // GET "http://" + Host + Path. True when the transport succeeded and the status is 200.
+  // Whenever the transport succeeded, LastReply takes the body (code page 1252), even when
+  // the status is not 200; after a transport failure it keeps the previous reply. Never raises.
+  bool RequestPath(std::string_view Path);
+
+  // GET "http://" + Host + Path: the body decoded with code page 1252, or nothing when the
+  // transport failed. Never raises. The building block of the drivers' own routines.
+  std::optional<std::string> TryGet(std::string_view Path);
+  // GET without judging the reply: the decoded body; the client's errors reach the caller.
+  std::string Get(std::string_view Path);
+  // Whether the last successful request's status line carries "200" at characters 10-12.
+  bool LastStatusIs200() const;
+
+  HTTPClient client;
+  std::string LastReply;
+
+ private:
+  std::string Url(std::string_view Path) const;
+};
+
+}  // namespace vmio

@@ -1,0 +1,70 @@
+#pragma once
+// The library's private HTTP/1.1 client: one per HTTP driver, for the driver's whole life.
+//
+// The connection to a device is kept alive between requests and re-opened transparently when
+// the device closed it. Time-outs: 10000 ms to connect, 5000 ms without data while receiving
+// (Timeout sets the latter). Credentials travel only in the URL (user:password@host:port), and
+// both Basic and Digest challenges are answered. HTTP status codes are not errors: a 401 or
+// 404 reply is returned like a 200 one; callers judge it by GetResultCode or GetHeader("").
+// Errors (exact texts): 13101 "Failed to initialise the HTTP session",
+// 13102 "Failed to initialise the HTTP request" / "Windows is in offline mode.",
+// 13104 "Failed to connect to the HTTP server.", 13106 "InternetQueryDataAvailable returned
+// failure" / "GetLastError returned N" / "Disconnected while recieving data" / "Download file
+// truncated", 13107 "Download cancelled".
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vmio {
+
+inline constexpr char kDefaultHttpUserAgent[] = "Tolvane HTTP Client Object";
+
+class HTTPClient {
+ public:
+  HTTPClient();
+  ~HTTPClient();
+  HTTPClient(const HTTPClient&) = delete;
+  HTTPClient& operator=(const HTTPClient&) = delete;
+
+  // GET (POST when PostData is not empty) the URL; returns the body of any status.
+  std::vector<uint8_t> GetResource(const std::string& URL, const std::string& SendHeaders = {},
+                                   const std::string& PostData = {});
+  // As GetResource, writing the body to FileName from its start (an existing longer file keeps
+  // its tail); 13106 "Download file truncated" when fewer bytes came than announced.
+  void DownloadResource(const std::string& URL, const std::string& FileName, const std::string& SendHeaders = {},
+                        const std::string& PostData = {});
+
+  // The status code of the last successful request ("200"), or "" when the status line has
+  // none in 100..599. Text receives the reason phrase, still ending in its CR.
+  std::string GetResultCode(std::string* Text = nullptr) const;
+  // With an empty name, the whole raw header block of the last successful request, lines
+  // joined by CR LF, status line first, without the closing blank line; "" for any other name.
+  std::string GetHeader(const std::string& HeaderName) const;
+  // The same header block without a copy, for the polling path.
+  const std::string& LastHeaders() const { return last_headers_; }
+
+  const std::string& UserAgent() const;
+  // Re-opens the session with the new agent; the receive time-out returns to 5000 ms.
+  void UserAgent(const std::string& NewUserAgent);
+  // The receive (inactivity) time-out in ms; the connect time-out stays 10000 ms.
+  void Timeout(int32_t NewTimeout);
+  // True while a request is in progress (seen only from a Progress handler).
+  bool Working() const;
+  // The server's last response text for the last request (a 1024-character buffer).
+  std::string LastResponse() const;
+
+  // The Progress event, raised after each chunk of a body; a handler that sets Cancel ends
+  // the request with 13107 "Download cancelled".
+  std::function<void(int32_t Received, int32_t Total, bool& Cancel)> Progress;
+
+ private:
+  struct Session;
+  std::unique_ptr<Session> session_;
+  std::string user_agent_;
+  std::string last_headers_;
+  int16_t active_requests_ = 0;
+};
+
+}  // namespace vmio
