@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "vmio/io_device.h"
+
 namespace vmio::cli {
 
 struct DemoTarget {
@@ -14,7 +16,7 @@ struct DemoTarget {
   // returned object keeps the device running until it is released.
   std::function<std::shared_ptr<void>(std::string& device)> start;
   // Extra set-up on the created object before Connect (RS232's commands); may be empty.
-  std::function<void(class vmio::Object&)> prepare = {};
+  std::function<void(Object&)> prepare = {};
 };
 
 std::span<const DemoTarget> DemoTargets();
