@@ -60,11 +60,18 @@ class HttpSimServer {
   int RequestCount() const;
   // "path?query" (or just the path) of every request that passed, in order.
   std::vector<std::string> RequestLog() const;
+  // Forgets the log and the request counts (not the connection count).
   void ClearLog();
-  // TCP connections accepted so far (to check that clients reuse theirs).
+  // TCP connections accepted so far (to check that clients reuse theirs). A connection is
+  // kept alive until it has been idle for 10 s.
   int ConnectionCount() const;
+  // Closes every idle kept-alive connection, as a device does when its keep-alive timer runs
+  // out: clients must open a new one for their next request.
+  void CloseConnections();
 
   // While silent, requests are held unanswered (until silence ends or the server stops).
+  // When silence ends, a held request whose client has hung up meanwhile is dropped without
+  // reaching the handler or the counts; the others are answered then.
   void SetSilent(bool silent);
 
  private:

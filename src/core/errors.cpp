@@ -15,6 +15,7 @@ std::string StandardErrorText(int32_t number) {
     case 91: return "Object variable or With block variable not set";
     case 429: return "ActiveX component can't create object";
     case 438: return "Object doesn't support this property or method";
+    case 450: return "Wrong number of arguments or invalid property assignment";
     case 457: return "This key is already associated with an element of this collection";
     default: return {};
   }

@@ -78,6 +78,12 @@ int32_t RoundToInt32(double value) {
   return static_cast<int32_t>(r);
 }
 
+int32_t TruncToInt32(double value) {
+  const double t = std::trunc(value);
+  if (!(t >= -2147483648.0 && t <= 2147483647.0)) Raise(6);
+  return static_cast<int32_t>(t);
+}
+
 int16_t RoundToInt16(double value) {
   const double r = std::nearbyint(value);
   if (!(r >= -32768.0 && r <= 32767.0)) Raise(6);

@@ -14,5 +14,7 @@ double Val(std::string_view text);
 // Rounds to the nearest integer, halves to even; raises 6 (overflow) outside the range.
 int32_t RoundToInt32(double value);
 int16_t RoundToInt16(double value);
+// Drops the fraction (toward zero); raises 6 (overflow) outside the range.
+int32_t TruncToInt32(double value);
 
 }  // namespace vmio

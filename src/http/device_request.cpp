@@ -21,7 +21,7 @@ std::string HttpDevice::Get(std::string_view Path) {
 std::optional<std::string> HttpDevice::TryGet(std::string_view Path) {
   try {
     return Get(Path);
-  } catch (const AutomationError&) {
+  } catch (const std::exception&) {  // every error, not only the client's
     return std::nullopt;
   }
 }

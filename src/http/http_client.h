@@ -21,6 +21,9 @@ namespace vmio {
 
 inline constexpr char kDefaultHttpUserAgent[] = "Tolvane HTTP Client Object";
 
+class HttpSession;
+class HttpBodySink;
+
 class HTTPClient {
  public:
   HTTPClient();
@@ -48,11 +51,13 @@ class HTTPClient {
   const std::string& UserAgent() const;
   // Re-opens the session with the new agent; the receive time-out returns to 5000 ms.
   void UserAgent(const std::string& NewUserAgent);
-  // The receive (inactivity) time-out in ms; the connect time-out stays 10000 ms.
+  // The receive (inactivity) time-out in ms, taken as unsigned (0 waits without limit); the
+  // connect time-out stays 10000 ms.
   void Timeout(int32_t NewTimeout);
   // True while a request is in progress (seen only from a Progress handler).
   bool Working() const;
-  // The server's last response text for the last request (a 1024-character buffer).
+  // The transport's text about the last request (why it failed; empty after a success) in a
+  // 1024-character buffer: the text, then NULs.
   std::string LastResponse() const;
 
   // The Progress event, raised after each chunk of a body; a handler that sets Cancel ends
@@ -60,8 +65,9 @@ class HTTPClient {
   std::function<void(int32_t Received, int32_t Total, bool& Cancel)> Progress;
 
  private:
-  struct Session;
-  std::unique_ptr<Session> session_;
+  void Perform(const std::string& URL, const std::string& SendHeaders, const std::string& PostData, HttpBodySink& sink);
+
+  std::unique_ptr<HttpSession> session_;
   std::string user_agent_;
   std::string last_headers_;
   int16_t active_requests_ = 0;

@@ -3,6 +3,14 @@
 
 #include "core/errors.h"
 #include "core/io_device_placeholder.h"
+#include "devices/http/axis.h"
+#include "devices/http/acti.h"
+#include "devices/http/aviosys_pdu.h"
+#include "devices/http/genie.h"
+#include "devices/http/stardot.h"
+#include "devices/http/vivotek.h"
+#include "net/adam.h"
+#include "serial/rs232.h"
 #include "vmio/objects.h"
 
 namespace vmio {
@@ -16,6 +24,14 @@ std::shared_ptr<Object> Make() {
 // Every creatable class. Add a driver here, once, with its programmatic and short names.
 constexpr ClassInfo kClasses[] = {
     {"VMIO.IODevice", "iodevice", &Make<IODevicePlaceholder>},
+    {"VMIO.Axis", "axis", &Make<Axis>},
+    {"VMIO.Vivotek", "vivotek", &Make<Vivotek>},
+    {"VMIO.ACTi", "acti", &Make<ACTi>},
+    {"VMIO.StarDot", "stardot", &Make<StarDot>},
+    {"VMIO.Genie", "genie", &Make<Genie>},
+    {"VMIO.AviosysPDU", "aviosys", &Make<AviosysPDU>},
+    {"VMIO.ADAM", "adam", &Make<ADAM>},
+    {"VMIO.RS232", "rs232", &Make<RS232>},
 };
 
 bool EqualsNoCase(std::string_view a, std::string_view b) {

@@ -1,0 +1,13 @@
+#pragma once
+// The interface an object implements to be called back by a timer (see vmio/events.h).
+namespace vmio {
+
+class Callbackable {
+ public:
+  virtual ~Callbackable() = default;
+  // Called on the thread that started the timer, each time its interval has elapsed and
+  // that thread lets pending events run. Errors raised here are swallowed.
+  virtual void Callback() = 0;
+};
+
+}  // namespace vmio

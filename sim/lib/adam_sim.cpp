@@ -1,0 +1,293 @@
+#include "adam_sim.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <modbus/modbus.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <deque>
+#include <mutex>
+#include <stdexcept>
+#include <string_view>
+#include <thread>
+
+namespace vmio::sim {
+namespace {
+
+// The modules' digital points, from their data sheets.
+struct Module {
+  std::string_view model;
+  int inputs;
+  int relays;
+};
+constexpr Module kModules[] = {
+    {"6015", 0, 0}, {"6017", 0, 2}, {"6018", 0, 8}, {"6024", 2, 2}, {"6050", 12, 6},
+    {"6051", 14, 2}, {"6052", 8, 8}, {"6060", 6, 6}, {"6066", 6, 6},
+};
+
+constexpr int kRelayCoil = 16;
+constexpr int kCoils = 32;
+constexpr size_t kLogLimit = 256;
+constexpr std::string_view kModelQuery = "$01M\r";
+
+sockaddr_in Address(const std::string& host, int port) {
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_port = htons(static_cast<uint16_t>(port));
+  if (inet_pton(AF_INET, host.c_str(), &a.sin_addr) != 1) throw std::runtime_error("adam sim: bad address " + host);
+  return a;
+}
+
+int BoundPort(int fd) {
+  sockaddr_in a{};
+  socklen_t len = sizeof a;
+  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+  return ntohs(a.sin_port);
+}
+
+}  // namespace
+
+struct AdamSim::State {
+  AdamSimOptions options;
+  int inputs = 0;
+  int relays = 0;
+
+  mutable std::mutex mutex;  // guards everything below it that the serving thread touches
+  modbus_mapping_t* coils = nullptr;
+  AdamUdpMode udp_mode;
+  std::array<int, 256> exceptions{};
+  std::array<int, 256> counts{};
+  int queries = 0;
+  int connections = 0;
+  std::deque<std::vector<uint8_t>> log;
+
+  modbus_t* ctx = nullptr;
+  int listen_fd = -1;
+  int udp_fd = -1;
+  int wake[2] = {-1, -1};
+  int modbus_port = 0;
+  int udp_port = 0;
+  std::vector<int> clients;
+  std::thread thread;
+
+  void Serve();
+  bool Answer(int fd);
+  void AnswerQuery();
+  void Close();
+};
+
+AdamSim::AdamSim(AdamSimOptions options) : state_(std::make_unique<State>()) {
+  State& s = *state_;
+  s.options = std::move(options);
+  s.udp_mode = s.options.udp_mode;
+  const auto* m = std::ranges::find(kModules, std::string_view(s.options.model), &Module::model);
+  if (m != std::end(kModules)) {
+    s.inputs = m->inputs;
+    s.relays = m->relays;
+  }
+  s.coils = modbus_mapping_new(kCoils, 0, 0, 0);
+  if (!s.coils) throw std::runtime_error("adam sim: out of memory");
+}
+
+AdamSim::~AdamSim() {
+  Stop();
+  modbus_mapping_free(state_->coils);
+}
+
+void AdamSim::Start() {
+  State& s = *state_;
+  if (s.thread.joinable()) return;
+  try {
+    s.ctx = modbus_new_tcp(s.options.host.c_str(), s.options.modbus_port);
+    if (!s.ctx) throw std::runtime_error("adam sim: modbus_new_tcp failed");
+    s.listen_fd = modbus_tcp_listen(s.ctx, 16);
+    if (s.listen_fd < 0) {
+      throw std::runtime_error("adam sim: cannot listen on " + s.options.host + ":" +
+                               std::to_string(s.options.modbus_port) + ": " + modbus_strerror(errno));
+    }
+    s.modbus_port = BoundPort(s.listen_fd);
+
+    s.udp_fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in udp = Address(s.options.host, s.options.udp_port);
+    if (s.udp_fd < 0 || bind(s.udp_fd, reinterpret_cast<const sockaddr*>(&udp), sizeof udp) != 0) {
+      throw std::runtime_error("adam sim: cannot bind UDP " + s.options.host + ":" + std::to_string(s.options.udp_port) +
+                               ": " + std::strerror(errno));
+    }
+    s.udp_port = BoundPort(s.udp_fd);
+    if (pipe2(s.wake, O_CLOEXEC) != 0) throw std::runtime_error("adam sim: pipe failed");
+  } catch (...) {
+    s.Close();
+    throw;
+  }
+  s.thread = std::thread([&s] { s.Serve(); });
+}
+
+void AdamSim::Stop() {
+  State& s = *state_;
+  if (s.thread.joinable()) {
+    const char stop = 'x';
+    (void)!write(s.wake[1], &stop, 1);
+    s.thread.join();
+  }
+  s.Close();
+}
+
+void AdamSim::State::Close() {
+  for (int fd : clients) close(fd);
+  clients.clear();
+  for (int* fd : {&listen_fd, &udp_fd, &wake[0], &wake[1]}) {
+    if (*fd >= 0) close(*fd);
+    *fd = -1;
+  }
+  if (ctx) {
+    modbus_set_socket(ctx, -1);  // the sockets are ours to close, done above
+    modbus_free(ctx);
+    ctx = nullptr;
+  }
+}
+
+void AdamSim::State::Serve() {
+  std::vector<pollfd> fds;
+  for (;;) {
+    fds.assign({{wake[0], POLLIN, 0}, {listen_fd, POLLIN, 0}, {udp_fd, POLLIN, 0}});
+    for (int fd : clients) fds.push_back({fd, POLLIN, 0});
+    if (poll(fds.data(), fds.size(), -1) < 0) {
+      if (errno == EINTR) continue;
+      return;
+    }
+    if (fds[0].revents) return;
+    if (fds[1].revents & POLLIN) {
+      const int fd = modbus_tcp_accept(ctx, &listen_fd);
+      if (fd >= 0) {
+        clients.push_back(fd);
+        std::lock_guard lock(mutex);
+        ++connections;
+      }
+    }
+    if (fds[2].revents & POLLIN) AnswerQuery();
+    for (size_t i = 3; i < fds.size(); ++i) {
+      if (fds[i].revents && !Answer(fds[i].fd)) {
+        close(fds[i].fd);
+        std::erase(clients, fds[i].fd);
+      }
+    }
+  }
+}
+
+// One Modbus request from a client; false once the client is gone.
+bool AdamSim::State::Answer(int fd) {
+  modbus_set_socket(ctx, fd);
+  uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH];
+  const int length = modbus_receive(ctx, query);
+  if (length < 0) return false;
+  if (length == 0) return true;  // not for this unit
+  const int header = modbus_get_header_length(ctx);
+  const int function = query[header];
+  const int address = query[header + 1] << 8 | query[header + 2];
+
+  std::lock_guard lock(mutex);
+  log.emplace_back(query, query + length);
+  if (log.size() > kLogLimit) log.pop_front();
+  ++counts[static_cast<size_t>(function)];
+  if (const int code = exceptions[static_cast<size_t>(function)]) {
+    modbus_reply_exception(ctx, query, static_cast<unsigned>(code));
+  } else if (function == MODBUS_FC_WRITE_SINGLE_COIL && (address < kRelayCoil || address >= kRelayCoil + relays)) {
+    modbus_reply_exception(ctx, query, MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS);  // inputs are read-only
+  } else {
+    modbus_reply(ctx, query, length, coils);
+  }
+  return true;
+}
+
+void AdamSim::State::AnswerQuery() {
+  char buffer[64];
+  sockaddr_in from{};
+  socklen_t from_length = sizeof from;
+  const ssize_t n = recvfrom(udp_fd, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &from_length);
+  if (n <= 0 || std::string_view(buffer, static_cast<size_t>(n)) != kModelQuery) return;
+  std::string reply = "!01" + options.model;
+  {
+    std::lock_guard lock(mutex);
+    ++queries;
+    if (udp_mode == AdamUdpMode::Silent) return;
+    if (udp_mode == AdamUdpMode::Answer) reply += '\r';
+  }
+  sendto(udp_fd, reply.data(), reply.size(), 0, reinterpret_cast<const sockaddr*>(&from), from_length);
+}
+
+int AdamSim::ModbusPort() const { return state_->modbus_port; }
+int AdamSim::UdpPort() const { return state_->udp_port; }
+std::string AdamSim::DeviceString() const { return state_->options.host + ":" + std::to_string(state_->modbus_port); }
+const std::string& AdamSim::Model() const { return state_->options.model; }
+int AdamSim::DigitalInputs() const { return state_->inputs; }
+int AdamSim::DigitalOutputs() const { return state_->relays; }
+
+void AdamSim::SetInput(int index, bool on) {
+  if (index < 0 || index >= state_->inputs) throw std::out_of_range("adam sim: no input " + std::to_string(index));
+  std::lock_guard lock(state_->mutex);
+  state_->coils->tab_bits[index] = on ? 1 : 0;
+}
+
+bool AdamSim::Input(int index) const {
+  if (index < 0 || index >= state_->inputs) throw std::out_of_range("adam sim: no input " + std::to_string(index));
+  std::lock_guard lock(state_->mutex);
+  return state_->coils->tab_bits[index] != 0;
+}
+
+bool AdamSim::Relay(int index) const {
+  if (index < 0 || index >= state_->relays) throw std::out_of_range("adam sim: no relay " + std::to_string(index));
+  std::lock_guard lock(state_->mutex);
+  return state_->coils->tab_bits[kRelayCoil + index] != 0;
+}
+
+void AdamSim::SetUdpMode(AdamUdpMode mode) {
+  std::lock_guard lock(state_->mutex);
+  state_->udp_mode = mode;
+}
+
+void AdamSim::SetException(int function, int code) {
+  std::lock_guard lock(state_->mutex);
+  state_->exceptions.at(static_cast<size_t>(function)) = code;
+}
+
+int AdamSim::RequestCount(int function) const {
+  std::lock_guard lock(state_->mutex);
+  return state_->counts.at(static_cast<size_t>(function));
+}
+
+int AdamSim::RequestCount() const {
+  std::lock_guard lock(state_->mutex);
+  int total = 0;
+  for (int c : state_->counts) total += c;
+  return total;
+}
+
+int AdamSim::QueryCount() const {
+  std::lock_guard lock(state_->mutex);
+  return state_->queries;
+}
+
+int AdamSim::ConnectionCount() const {
+  std::lock_guard lock(state_->mutex);
+  return state_->connections;
+}
+
+std::vector<std::vector<uint8_t>> AdamSim::RequestLog() const {
+  std::lock_guard lock(state_->mutex);
+  return {state_->log.begin(), state_->log.end()};
+}
+
+void AdamSim::ClearLog() {
+  std::lock_guard lock(state_->mutex);
+  state_->log.clear();
+  state_->counts.fill(0);
+  state_->queries = 0;
+}
+
+}  // namespace vmio::sim

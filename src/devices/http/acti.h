@@ -1,0 +1,41 @@
+#pragma once
+// ACTi network cameras and video servers, driven by "/cgi-bin/cmd/" + group + "?" + parameters.
+//
+// Quirks kept on purpose:
+//  - A refusal comes back with status 200 and a body that begins with "ERROR:"; RequestCommand
+//    counts it as a failure.
+//  - The channel count is the second character of the firmware version ("A4D-..." = 4
+//    channels); every channel has inputs 1-2 and outputs 1-2, read together from one status
+//    value (bits 0, 1, 4, 5), hex after three skipped characters.
+//  - Each channel has its own 500 ms cache; the cache times are made once per object.
+//  - Writing sets both outputs of the channel at once (DIO_OUTPUT mask), the other one from
+//    its cached state; the cache takes the new state before the request is sent.
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "http/device_request.h"
+
+namespace vmio {
+
+class ACTi final : public HttpDevice {
+ public:
+  void Connect(const std::string& Device) override;
+  std::string PortName(int32_t Index) override;
+  Variant PortValue(int32_t Index) override;
+  void PortValue(int32_t Index, const Variant& NewValue) override;
+
+ private:
+  // GET /cgi-bin/cmd/Group?Parameters: true on status 200 with a reply that does not begin
+  // with "ERROR:". Never raises.
+  bool RequestCommand(std::string_view Group, std::string_view Parameters);
+  void RefreshChannel(int32_t Channel);
+  static int32_t PortChannel(int32_t Index) { return Index / 4 + 1; }
+
+  int32_t ChannelCount = 0;
+  std::vector<std::string> PortNames;
+  std::vector<int32_t> ChannelReadTimes;
+};
+
+}  // namespace vmio

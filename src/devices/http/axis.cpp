@@ -1,0 +1,155 @@
+// Axis quirks:
+// - Parameter CGIs answer "key=value" lines; a refusal (unknown group, or a group this firmware
+//   lacks) is a 200 reply beginning "# Error". A device that refuses the Input,Output group
+//   connects with no ports and leaves the previous table in place.
+// - Port names need operator rights (operator/param.cgi); a refused name falls back to
+//   "Input N" / "Output N".
+// - Outputs are switched with "/" (active) and "\" (inactive) after the 1-based number; the
+//   reply of a switch is not examined.
+#include "devices/http/axis.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+
+#include "core/common.h"
+#include "core/errors.h"
+#include "core/numeric.h"
+#include "core/split2d.h"
+
+namespace vmio {
+namespace {
+
+constexpr char kInputOutputGroups[] = "/axis-cgi/view/param.cgi?action=list&group=Input,Output";
+constexpr char kIOPortGroup[] = "/axis-cgi/view/param.cgi?action=list&group=IOPort";
+constexpr std::string_view kNameQuery = "/axis-cgi/operator/param.cgi?action=list&group=";
+constexpr int32_t kCacheMs = 501;
+
+bool IsRefusal(std::string_view reply) { return reply.starts_with("# Error"); }
+
+// A device number: the text's leading number, rounded halves to even.
+int32_t Number(std::string_view text) { return RoundToInt32(Val(text)); }
+
+Split2DTable Rows(const std::string& reply) { return Split2D(reply, "=", "\n"); }
+
+}  // namespace
+
+void Axis::Connect(const std::string& Device) {
+  Host = Device;
+  Connected = RequestPath(kInputOutputGroups);
+  if (!Connected) Raise(IOErrorConnectionFailed, "Unable to connect to the device");
+  if (IsRefusal(LastReply)) {
+    InputCount = 0;
+    OutputCount = 0;
+    return;
+  }
+  // The counts are not reset first: a key the reply lacks keeps the previous connection's count.
+  for (const Split2DRow& row : Rows(LastReply)) {
+    if (row.key == "root.Input.NbrOfInputs") {
+      InputCount = Number(row.value);
+    } else if (row.key == "root.Output.NbrOfOutputs") {
+      OutputCount = Number(row.value);
+    }
+  }
+  const int64_t count = int64_t{InputCount} + OutputCount;
+  if (count < 0) Raise(9);
+  if (count > std::numeric_limits<int32_t>::max()) Raise(6);
+  ResizePorts(static_cast<int32_t>(count));
+
+  if (!RequestPath(kIOPortGroup)) {
+    Connected = false;
+    Raise(IOErrorConnectionFailed, "Unable to get the device port info");
+  }
+  UsesIOPortGroup = !IsRefusal(LastReply);
+  if (UsesIOPortGroup) {
+    ReadIOPortDirections();
+  } else {
+    for (int32_t i = 0; i < PortCount; ++i) PortDirections[static_cast<size_t>(i)] = i < InputCount ? IOInput : IOBidirectional;
+  }
+}
+
+void Axis::ReadIOPortDirections() {
+  // Keys are "root.IOPort.I<n>.<rest>"; only a rest of exactly "Direction" sets a direction,
+  // so ports the reply does not mention keep 0.
+  constexpr std::string_view kPrefix = "root.IOPort.I";
+  for (const Split2DRow& row : Rows(LastReply)) {
+    if (!row.key.starts_with(kPrefix)) continue;
+    const std::string_view port_and_rest = row.key.substr(kPrefix.size() - 1);  // "I<n>.<rest>"
+    const size_t dot = port_and_rest.find('.');
+    if (dot == std::string_view::npos || port_and_rest.substr(dot + 1) != "Direction") continue;
+    const int32_t port = Number(port_and_rest.substr(1, dot - 1));
+    CheckIndex(port);
+    PortDirections[static_cast<size_t>(port)] = row.value == "input" ? IOInput : IOBidirectional;
+  }
+}
+
+std::string Axis::PortName(int32_t Index) {
+  // A port of no declared direction (an IOPort the device did not describe) is named as an output.
+  const bool input = PortDirection(Index) == IOInput;
+  std::string group;
+  std::string fallback;
+  if (UsesIOPortGroup) {
+    group = "IOPort.I" + std::to_string(Index) + (input ? ".Input.Name" : ".Output.Name");
+    fallback = (input ? "Input " : "Output ") + std::to_string(Index + 1);
+  } else if (input) {
+    group = "Input.I" + std::to_string(Index) + ".Name";
+    fallback = "Input " + std::to_string(Index + 1);
+  } else {
+    group = "Output.O" + std::to_string(Index - InputCount) + ".Name";
+    fallback = "Output " + std::to_string(Index + 1 - InputCount);
+  }
+  if (!RequestPath(std::string(kNameQuery) + group)) return fallback;
+  // The value of the first line, whatever its key.
+  return std::string(Rows(LastReply).front().value);
+}
+
+Variant Axis::PortValue(int32_t Index) {
+  if (!Connected) RaiseNotConnected();
+  if (UsesIOPortGroup) {
+    RefreshAllPorts();
+  } else if (const int32_t direction = PortDirection(Index); direction == IOInput) {
+    RefreshInputs();
+  } else if (direction == IOBidirectional) {
+    RefreshOutputs();
+  }
+  return Variant(Value(Index));
+}
+
+void Axis::PortValue(int32_t Index, const Variant& NewValue) {
+  const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
+  if (!state) return;
+  std::string path = UsesIOPortGroup ? "/axis-cgi/io/port.cgi?action=" + std::to_string(Index + 1)
+                                     : "/axis-cgi/io/output.cgi?action=" + std::to_string(Index + 1 - InputCount);
+  path += ':';
+  path += *state ? '/' : '\\';
+  if (!RequestPath(path)) RaiseGettingValue();
+  // The cache ticks stay: a read within 500 ms of the last refresh returns this state.
+  SetValue(Index, *state);
+}
+
+void Axis::RefreshAllPorts() { Refresh(AllPortsReadTick, PortCount, "/axis-cgi/io/port.cgi?check=", 4, 0); }
+void Axis::RefreshInputs() { Refresh(InputsReadTick, InputCount, "/axis-cgi/io/input.cgi?check=", 5, 0); }
+void Axis::RefreshOutputs() { Refresh(OutputsReadTick, OutputCount, "/axis-cgi/io/output.cgi?check=", 6, InputCount); }
+
+void Axis::Refresh(int32_t& lastRead, int32_t count, std::string_view checkPath, size_t keyPrefix, int32_t offset) {
+  if (TickDiff(lastRead) < kCacheMs) return;
+  std::string path(checkPath);
+  for (int32_t k = 1; k <= count; ++k) {
+    if (k > 1) path += ',';
+    path += std::to_string(k);
+  }
+  if (!RequestPath(path)) RaiseGettingValue();
+  // "port3=1": the number after the key's name is 1-based; 0 (or no number) is skipped.
+  for (const Split2DRow& row : Rows(LastReply)) {
+    const int32_t k = Number(row.key.substr(std::min(keyPrefix, row.key.size())));
+    if (k == 0) continue;
+    const int64_t index = int64_t{k} - 1 + offset;
+    if (index < 0 || index >= PortCount) Raise(9);
+    SetValue(static_cast<int32_t>(index), Val(row.value) == 1);
+  }
+  lastRead = GetTickCount();
+}
+
+}  // namespace vmio

@@ -1,0 +1,70 @@
+#include "devices/http/genie.h"
+
+#include <iterator>
+#include <string_view>
+
+#include "core/common.h"
+#include "core/errors.h"
+#include "core/numeric.h"
+#include "core/split2d.h"
+
+namespace vmio {
+namespace {
+
+constexpr std::string_view kCheckPath = "/httpapi/GetState?action=getinput";
+constexpr std::string_view kStatesPath =
+    "/httpapi/GetState?action=getinput&GIS_SENSOR1=0&GIS_SENSOR2=0&GIS_ALARM1=0&GIS_ALARM2=0&GIS_BUZZER=0";
+constexpr int32_t kBuzzerIndex = 4;
+
+// The port a GetState key reports, or -1; keys are compared exactly, case included.
+int32_t PortOfKey(std::string_view key) {
+  constexpr std::string_view kKeys[] = {"GIS_SENSOR1", "GIS_SENSOR2", "GIS_ALARM1", "GIS_ALARM2", "GIS_BUZZER"};
+  for (size_t i = 0; i < std::size(kKeys); ++i) {
+    if (key == kKeys[i]) return static_cast<int32_t>(i);
+  }
+  return -1;
+}
+
+}  // namespace
+
+void Genie::Connect(const std::string& Device) {
+  Host = Device;
+  Connected = RequestPath(kCheckPath);
+  if (!Connected) Raise(IOErrorConnectionFailed, "Unable to connect to the device");
+  ResizePorts(InputCount + OutputCount);
+  for (int32_t i = 0; i < PortCount; ++i) PortDirections[static_cast<size_t>(i)] = i < InputCount ? IOInput : IOBidirectional;
+}
+
+std::string Genie::PortName(int32_t Index) {
+  switch (PortDirection(Index)) {
+    case IOInput: return "Sensor " + std::to_string(Index + 1);
+    case IOBidirectional: return Index < kBuzzerIndex ? "Alarm " + std::to_string(Index + 1 - InputCount) : "Buzzer";
+    default: return {};
+  }
+}
+
+void Genie::RefreshStates() {
+  if (TickDiff(last_read_) < 501) return;
+  if (!RequestPath(kStatesPath)) RaiseGettingValue();
+  for (const Split2DRow& row : Split2D(LastReply, "=", "\n")) {
+    const int32_t index = PortOfKey(row.key);
+    if (index != -1) SetValue(index, Val(row.value) == 1);
+  }
+  last_read_ = GetTickCount();
+}
+
+Variant Genie::PortValue(int32_t Index) {
+  if (!Connected) RaiseNotConnected();
+  RefreshStates();
+  return Value(Index);
+}
+
+void Genie::PortValue(int32_t Index, const Variant& NewValue) {
+  const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
+  if (!state) return;
+  const std::string key = Index == kBuzzerIndex ? "OUT_BUZZER" : "OUT_ALARM" + std::to_string(Index + 1 - InputCount);
+  if (!RequestPath("/httpapi/SetState?action=setoutput&" + key + (*state ? "=1" : "=0"))) RaiseGettingValue();
+  SetValue(Index, *state);
+}
+
+}  // namespace vmio

@@ -1,0 +1,254 @@
+#include "http/http_client.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <limits>
+#include <span>
+
+#include "core/errors.h"
+#include "core/string_encoding.h"
+#include "http/http_session.h"
+
+namespace vmio {
+namespace {
+
+constexpr size_t kHeaderBufferChars = 2048;  // what the header block is read into; not retried
+constexpr size_t kLastResponseChars = 1024;
+constexpr int64_t kMaxReserve = 1 << 20;     // a Content-Length is not trusted further than this
+
+std::unique_ptr<HttpSession> OpenSession(const std::string& agent) {
+  std::unique_ptr<HttpSession> session = OpenHttpSession(agent.empty() ? kDefaultHttpUserAgent : agent);
+  if (!session) Raise(5);
+  return session;
+}
+
+// Texts reach the platform's calls in the ANSI code page; ASCII (the usual URL) is not copied.
+const std::string& Ansi(const std::string& text, std::string& storage) {
+  if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) return text;
+  const std::vector<uint8_t> bytes = StringToBytes(text, kCodePage1252);
+  storage.assign(bytes.begin(), bytes.end());
+  return storage;
+}
+
+int32_t Clamp32(int64_t n) { return static_cast<int32_t>(std::min<int64_t>(n, std::numeric_limits<int32_t>::max())); }
+
+class ActiveRequest {
+ public:
+  explicit ActiveRequest(int16_t& count) : count_(count) { ++count_; }
+  ~ActiveRequest() { --count_; }
+  ActiveRequest(const ActiveRequest&) = delete;
+  ActiveRequest& operator=(const ActiveRequest&) = delete;
+
+ private:
+  int16_t& count_;
+};
+
+}  // namespace
+
+// Where a body goes: into memory or into a file.
+class HttpBodySink {
+ public:
+  virtual ~HttpBodySink() = default;
+  // Stores a chunk; raises when it cannot.
+  virtual void Write(std::span<const uint8_t> chunk, int64_t total) = 0;
+  // What Progress reports as Received.
+  virtual int64_t Received() const = 0;
+  // After the whole body: raises when it fell short of total.
+  virtual void Finish(int64_t total) = 0;
+};
+
+namespace {
+
+class MemorySink final : public HttpBodySink {
+ public:
+  void Write(std::span<const uint8_t> chunk, int64_t total) override {
+    if (body.empty() && total > 0) body.reserve(static_cast<size_t>(std::min(total, kMaxReserve)));
+    body.insert(body.end(), chunk.begin(), chunk.end());
+  }
+  int64_t Received() const override { return static_cast<int64_t>(body.size()); }
+  void Finish(int64_t) override {}
+
+  std::vector<uint8_t> body;
+};
+
+// Writes from the start of the file without truncating it, so a longer old file keeps its
+// tail; the file's length (old tail included) is what Progress and the truncation test see.
+class FileSink final : public HttpBodySink {
+ public:
+  explicit FileSink(const std::string& name) {
+    file_ = std::fopen(name.c_str(), "r+b");
+    if (!file_ && errno == ENOENT) file_ = std::fopen(name.c_str(), "wb");
+    if (!file_) {
+      if (errno == ENOENT) Raise(76, "Path not found");
+      Raise(75, "Path/File access error");
+    }
+    if (std::fseek(file_, 0, SEEK_END) == 0) old_length_ = std::max<int64_t>(0, std::ftell(file_));
+    std::rewind(file_);
+  }
+  ~FileSink() override { std::fclose(file_); }
+  FileSink(const FileSink&) = delete;
+  FileSink& operator=(const FileSink&) = delete;
+
+  void Write(std::span<const uint8_t> chunk, int64_t) override {
+    if (std::fwrite(chunk.data(), 1, chunk.size(), file_) != chunk.size()) RaiseWriteError();
+    written_ += static_cast<int64_t>(chunk.size());
+  }
+  int64_t Received() const override { return std::max(old_length_, written_); }
+  void Finish(int64_t total) override {
+    if (std::fflush(file_) != 0) RaiseWriteError();
+    if (total >= 0 && Received() < total) Raise(13106, "Download file truncated");
+  }
+
+ private:
+  [[noreturn]] static void RaiseWriteError() {
+    if (errno == ENOSPC) Raise(61, "Disk full");
+    Raise(57, "Device I/O error");
+  }
+
+  std::FILE* file_ = nullptr;
+  int64_t old_length_ = 0;
+  int64_t written_ = 0;
+};
+
+// One request's traffic: keeps the header block of the final response, feeds the sink and
+// raises Progress after each chunk. Nothing thrown here may cross the transport, so a
+// handler's exception waits until the transport has returned.
+class Exchange final : public HttpReceiver {
+ public:
+  Exchange(HttpBodySink& sink, const decltype(HTTPClient::Progress)& progress) : sink_(sink), progress_(progress) {}
+
+  void OnHeaderLine(std::string_view line) override {
+    if (line.starts_with("HTTP/")) {
+      block_.clear();  // a new response: only the last one's headers count
+      closed_ = false;
+    } else if (closed_) {
+      return;  // trailers after the body
+    }
+    if (line == "\r\n" || line == "\n") {
+      closed_ = true;
+      return;
+    }
+    block_.append(line);
+  }
+
+  bool OnBody(std::span<const uint8_t> chunk, int64_t total) override {
+    bool cancel = false;
+    try {
+      sink_.Write(chunk, total);
+      if (progress_) progress_(Clamp32(sink_.Received()), total < 0 ? -1 : Clamp32(total), cancel);
+    } catch (...) {
+      thrown_ = std::current_exception();
+      return false;
+    }
+    return !cancel;
+  }
+
+  // Raises why the receiver stopped the request: a failure of its own, else a cancel.
+  [[noreturn]] void RaiseStop() const {
+    if (thrown_) std::rethrow_exception(thrown_);
+    Raise(13107, "Download cancelled");
+  }
+
+  // The status line and headers joined by CR LF, without the closing blank line; a block too
+  // long for the platform's header buffer leaves that buffer blank.
+  std::string TakeHeaders() {
+    if (block_.size() + 3 > kHeaderBufferChars) return std::string(kHeaderBufferChars, '\0');
+    if (block_.ends_with("\r\n")) block_.resize(block_.size() - 2);
+    return std::move(block_);
+  }
+
+ private:
+  HttpBodySink& sink_;
+  const decltype(HTTPClient::Progress)& progress_;
+  std::string block_;
+  bool closed_ = false;
+  std::exception_ptr thrown_;
+};
+
+}  // namespace
+
+HTTPClient::HTTPClient() : session_(OpenSession({})) {}
+
+HTTPClient::~HTTPClient() = default;
+
+void HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders, const std::string& PostData,
+                         HttpBodySink& sink) {
+  std::string url_storage;
+  std::string headers_storage;
+  std::string post_storage;
+  Exchange exchange(sink, Progress);
+  const HttpResult result = session_->Perform(Ansi(URL, url_storage), Ansi(SendHeaders, headers_storage),
+                                              Ansi(PostData, post_storage), exchange);
+  switch (result.outcome) {
+    case HttpOutcome::Complete:
+    case HttpOutcome::Truncated:  // an early close is an end of data, as the platform reports it
+      break;
+    case HttpOutcome::BadUrl:
+      Raise(13101, "Failed to initialise the HTTP session");
+    case HttpOutcome::NoResponse:
+      Raise(13104, "Failed to connect to the HTTP server.");
+    case HttpOutcome::BodyBroken:
+      Raise(13106, "Disconnected while recieving data");
+    case HttpOutcome::Stopped:
+      exchange.RaiseStop();
+  }
+  sink.Finish(result.content_length);
+  last_headers_ = exchange.TakeHeaders();
+}
+
+std::vector<uint8_t> HTTPClient::GetResource(const std::string& URL, const std::string& SendHeaders,
+                                             const std::string& PostData) {
+  ActiveRequest active(active_requests_);
+  MemorySink sink;
+  Perform(URL, SendHeaders, PostData, sink);
+  return std::move(sink.body);
+}
+
+void HTTPClient::DownloadResource(const std::string& URL, const std::string& FileName,
+                                  const std::string& SendHeaders, const std::string& PostData) {
+  ActiveRequest active(active_requests_);
+  FileSink sink(FileName);
+  Perform(URL, SendHeaders, PostData, sink);
+}
+
+std::string HTTPClient::GetResultCode(std::string* Text) const {
+  const size_t crlf = last_headers_.find("\r\n");
+  if (crlf == std::string::npos) return {};
+  // The status line with its CR, split at blanks into at most three pieces.
+  const std::string_view line = std::string_view(last_headers_).substr(0, crlf + 1);
+  const size_t first = line.find(' ');
+  if (first == std::string_view::npos) return {};
+  const size_t second = line.find(' ', first + 1);
+  const std::string_view code = line.substr(first + 1, second == std::string_view::npos ? line.npos : second - first - 1);
+  const auto digit = [](char c) { return c >= '0' && c <= '9'; };
+  if (code.size() != 3 || code[0] < '1' || code[0] > '5' || !digit(code[1]) || !digit(code[2])) return {};
+  if (Text && second != std::string_view::npos) *Text = std::string(line.substr(second + 1));
+  return std::string(code);
+}
+
+std::string HTTPClient::GetHeader(const std::string& HeaderName) const {
+  return HeaderName.empty() ? last_headers_ : std::string();
+}
+
+const std::string& HTTPClient::UserAgent() const { return user_agent_; }
+
+void HTTPClient::UserAgent(const std::string& NewUserAgent) {
+  user_agent_ = NewUserAgent;
+  session_.reset();
+  session_ = OpenSession(user_agent_);
+}
+
+void HTTPClient::Timeout(int32_t NewTimeout) { session_->SetReceiveTimeout(static_cast<uint32_t>(NewTimeout)); }
+
+bool HTTPClient::Working() const { return active_requests_ >= 1; }
+
+std::string HTTPClient::LastResponse() const {
+  std::string buffer(kLastResponseChars, '\0');
+  const std::string text = session_->LastResponse();
+  std::copy_n(text.begin(), std::min(text.size(), kLastResponseChars - 1), buffer.begin());
+  return buffer;
+}
+
+}  // namespace vmio

@@ -1,0 +1,59 @@
+#pragma once
+// The platform seam under HTTPClient: one open HTTP session of the platform's transport
+// (libcurl on POSIX, WinInet on Windows). It performs one request at a time on the caller's
+// thread and reports what arrived; HTTPClient turns that into bodies, header blocks, Progress
+// events and the client's error numbers.
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace vmio {
+
+// How a request ended, as far as the transport can tell.
+enum class HttpOutcome {
+  Complete,    // the whole body arrived
+  Truncated,   // the server closed the connection before the announced length arrived
+  BadUrl,      // the URL cannot be used: malformed, or a scheme other than http
+  NoResponse,  // no complete response header arrived (refused, time-out, reset)
+  BodyBroken,  // the headers arrived, then reading the body failed (reset, time-out)
+  Stopped,     // the receiver asked to stop
+};
+
+struct HttpResult {
+  HttpOutcome outcome = HttpOutcome::NoResponse;
+  int64_t content_length = -1;  // of the final response; -1 when it announced none
+};
+
+// What the transport hands over while a request runs, on the caller's thread.
+class HttpReceiver {
+ public:
+  // Every response header line as it arrives, CR LF included: status line, headers and the
+  // closing blank line, for each response of the exchange (1xx, authentication, redirects).
+  virtual void OnHeaderLine(std::string_view line) = 0;
+  // A chunk of the final response's body; total is its Content-Length or -1. False stops.
+  virtual bool OnBody(std::span<const uint8_t> chunk, int64_t total) = 0;
+
+ protected:
+  ~HttpReceiver() = default;
+};
+
+class HttpSession {
+ public:
+  virtual ~HttpSession() = default;
+  // The receive (inactivity) time-out; 0 waits without limit.
+  virtual void SetReceiveTimeout(uint32_t ms) = 0;
+  // GET the URL, or POST postData when it is not empty; sendHeaders holds extra request
+  // header lines separated by CR LF. Credentials come only from the URL's authority.
+  virtual HttpResult Perform(const std::string& url, const std::string& sendHeaders, const std::string& postData,
+                             HttpReceiver& receiver) = 0;
+  // The transport's own text about the last request: why it failed, "" when it went well.
+  virtual std::string LastResponse() const = 0;
+};
+
+// A session sending userAgent, with the receive time-out at 5000 ms and the connect time-out
+// at 10000 ms; nullptr when the platform cannot open one.
+std::unique_ptr<HttpSession> OpenHttpSession(const std::string& userAgent);
+
+}  // namespace vmio

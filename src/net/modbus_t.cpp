@@ -1,0 +1,143 @@
+#include "net/modbus_t.h"
+
+#include <algorithm>
+
+#include "core/errors.h"
+#include "net/lists.h"
+
+namespace vmio {
+namespace {
+
+// The client's own error numbers.
+constexpr int32_t kConnectError = 46001;
+constexpr int32_t kTransferError = 46002;
+constexpr int32_t kTimedOut = 46003;
+constexpr int32_t kInvalidReply = 46004;
+constexpr int32_t kModbusException = 46005;
+constexpr float kReplyWaitSeconds = 5.0f;
+
+void PutBigEndian(std::vector<uint8_t>& frame, size_t at, uint16_t value) {
+  frame[at] = static_cast<uint8_t>(value >> 8);
+  frame[at + 1] = static_cast<uint8_t>(value);
+}
+
+}  // namespace
+
+ModbusT::ModbusT() {
+  DebugLog("Initialising WinSock 2.2");
+  StartSockets();
+  DebugLog("Initialized");
+}
+
+ModbusT::~ModbusT() {
+  Disconnect();
+  // A half-open socket (a failed Connect) goes with the socket library's end.
+  if (Socket != kNoSocket) CloseSocket(Socket);
+  StopSockets();
+}
+
+bool ModbusT::Connect(const std::string& HostName, uint16_t Port) {
+  DebugLog("Attempting to connect");
+  DebugLog("Resolving address: ", HostName);
+  if (HostName.empty()) {
+    DebugLog("Invalid hostname");
+    Raise(kConnectError, "Invalid hostname");
+  }
+  DebugLog("Creating Modbus/T socket");
+  if (Socket != kNoSocket) CloseSocket(Socket);
+  Socket = OpenSocket(SocketKind::Tcp);
+  if (Socket == kNoSocket) {
+    DebugLog("Failed to create a socket");
+    Raise(kConnectError, "Failed to create a socket");
+  }
+  DebugLog("Connecting to ", HostName);
+  if (!ConnectIPv4(Socket, HostName, Port)) {
+    DebugLog("Failed to connect to device: ", LastSocketError());
+    Raise(kConnectError, "Failed to connect to device");
+  }
+  TransactionID = 0;
+  DebugLog("All done");
+  connected_ = true;
+  return true;
+}
+
+std::vector<uint8_t> ModbusT::BuildRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
+  size_t size = 8;
+  for (const ModbusArg& a : Arguments) {
+    if (std::holds_alternative<int16_t>(a)) size += 2;
+    if (const auto* bytes = std::get_if<std::vector<uint8_t>>(&a)) size += bytes->size() + 1;
+  }
+  std::vector<uint8_t> frame(size);
+  PutBigEndian(frame, 0, static_cast<uint16_t>(TransactionID));
+  // Identifiers run 0 .. 32767 and start again at 0: never negative on the wire.
+  TransactionID = TransactionID >= 32767 ? 0 : static_cast<int16_t>(TransactionID + 1);
+  frame[6] = 1;  // unit 1, always
+  frame[7] = static_cast<uint8_t>(FunctionCode);
+  size_t position = 8;
+  for (const ModbusArg& a : Arguments) {
+    if (const int16_t* word = std::get_if<int16_t>(&a)) {
+      PutBigEndian(frame, position, static_cast<uint16_t>(*word));
+      position += 2;
+    } else if (const auto* bytes = std::get_if<std::vector<uint8_t>>(&a)) {
+      frame[position] = static_cast<uint8_t>(bytes->size());
+      std::copy(bytes->begin(), bytes->end(), frame.begin() + static_cast<ptrdiff_t>(position) + 1);
+      position += bytes->size() + 1;
+    }
+  }
+  PutBigEndian(frame, 4, static_cast<uint16_t>(position - 6));
+  return frame;
+}
+
+std::vector<uint8_t> ModbusT::SendRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
+  DebugLog("Sending command ", FunctionCode);
+  const std::vector<uint8_t> frame = BuildRequest(FunctionCode, Arguments);
+  if (SendBytes(Socket, frame) == -1) {
+    DebugLog("Control connection disconnected");
+    Raise(kTransferError, "Send failed");
+  }
+  DebugLog("Reading reply");
+  reply_.fill(0);
+  const int32_t count = RecvTimeout(Socket, reply_.data(), static_cast<int32_t>(reply_.size()), 0, kReplyWaitSeconds);
+  if (count == -1) {
+    DebugLog("Control connection disconnected");
+    Raise(kTransferError, "Receive failed");
+  }
+  if (count == -2) {
+    DebugLog("Control connection disconnected");
+    Raise(kTimedOut, "Receive timed out");
+  }
+  if (count <= 8) {
+    DebugLog("Not enough data recieved");
+    Raise(kInvalidReply, "Invalid reply received");
+  }
+  if (reply_[7] >= 128) {
+    const int code = reply_[8];
+    DebugLog("Modbus exception ", code);
+    Raise(kModbusException, "Modbus exception " + std::to_string(code) + "occured");
+  }
+  const int32_t length = reply_[4] << 8 | reply_[5];
+  return SubArray(reply_, 8, length - 2);
+}
+
+std::vector<uint8_t> ModbusT::GetCoilData(int16_t Address, int16_t Count) {
+  const std::vector<uint8_t> data = SendRequest(1, Address, Count);
+  if (data.empty()) Raise(9);  // no byte count to read
+  return SubArray(data, 1, data[0]);
+}
+
+void ModbusT::SetCoilState(int16_t Address, bool State) {
+  SendRequest(5, Address, static_cast<int16_t>(State ? -256 : 0));  // 0xFF00 or 0x0000
+}
+
+void ModbusT::Disconnect() {
+  if (!connected_) return;
+  DebugLog("Closing handles and shutting down");
+  connected_ = false;
+  if (Socket != kNoSocket) {
+    CloseSocket(Socket);
+    Socket = kNoSocket;
+  }
+  DebugLog("All closed");
+}
+
+}  // namespace vmio

@@ -1,0 +1,73 @@
+#pragma once
+// ModbusT: the library's own Modbus/TCP client, private to the library. One TCP connection to
+// one device; read coils (function 1) and write single coil (function 5) over a general
+// request.
+//
+// Lifecycle: Connect opens (and on a second call replaces) the socket and restarts the
+// transaction counter at 0; Disconnect closes it. A failed Connect leaves Connected as it was
+// and a failed request changes no state: the next request goes out on the same connection.
+// Every request is sent once and its reply awaited once, 5 seconds, with one read: a reply
+// must arrive in one segment. The reply's transaction, protocol and unit identifiers and its
+// function code are not checked.
+//
+// Errors (exact texts): 46001 "Invalid hostname" / "Failed to create a socket" / "Failed to
+// connect to device", 46002 "Send failed" / "Receive failed", 46003 "Receive timed out",
+// 46004 "Invalid reply received" (8 bytes or fewer, or the peer closed), 46005 "Modbus
+// exception " + code + "occured" (no blank before "occured", deliberately).
+#include <array>
+#include <concepts>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "net/winsock.h"
+
+namespace vmio {
+
+// One request argument: a 16-bit integer (2 bytes, big-endian), a byte array (a count byte,
+// then the bytes) or anything else (monostate), which is left out of the frame.
+using ModbusArg = std::variant<std::monostate, int16_t, std::vector<uint8_t>>;
+
+class ModbusT {
+ public:
+  ModbusT();
+  ~ModbusT();
+  ModbusT(const ModbusT&) = delete;
+  ModbusT& operator=(const ModbusT&) = delete;
+
+  // Connects to a dotted IPv4 address (never resolved). True on success; failures raise 46001.
+  bool Connect(const std::string& HostName, uint16_t Port);
+  bool Connected() const { return connected_; }
+
+  // Sends FunctionCode with the arguments and returns the reply's data part: the bytes after
+  // the function code, as many as the reply's length field says.
+  std::vector<uint8_t> SendRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments = {});
+  template <class... Args>
+    requires(sizeof...(Args) > 0 && (std::constructible_from<ModbusArg, Args> && ...))
+  std::vector<uint8_t> SendRequest(int32_t FunctionCode, Args&&... args) {
+    const std::array<ModbusArg, sizeof...(Args)> list{ModbusArg(std::forward<Args>(args))...};
+    return SendRequest(FunctionCode, std::span<const ModbusArg>(list));
+  }
+
+  // The coil status bytes of Count coils from Address: bit 0 of the first byte is Address.
+  std::vector<uint8_t> GetCoilData(int16_t Address, int16_t Count);
+  // Writes 0xFF00 (on) or 0x0000 (off) to one coil.
+  void SetCoilState(int16_t Address, bool State);
+  // Closes the connection; does nothing unless connected.
+  void Disconnect();
+
+ private:
+  std::vector<uint8_t> BuildRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments);
+  // Progress texts have no reader: they are discarded without being built.
+  template <class... Parts>
+  static void DebugLog(const Parts&...) {}
+
+  SocketHandle Socket = kNoSocket;
+  bool connected_ = false;
+  int16_t TransactionID = 0;
+  std::array<uint8_t, 2048> reply_{};
+};
+
+}  // namespace vmio

@@ -1,0 +1,49 @@
+#pragma once
+// Winsock: the socket calls the Modbus/TCP client and the ADAM model query make, behind one
+// small seam (one implementation per OS in platform/<os>/net/), plus RecvTimeout, the only
+// place where the library waits for incoming data.
+//
+// There is no socket class and no buffering: each caller owns its handle, sends a whole
+// message with one SendBytes and reads a whole reply with one RecvTimeout.
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace vmio {
+
+// An OS socket handle. kNoSocket stands for "none" and is what a failed OpenSocket gives.
+using SocketHandle = std::intptr_t;
+inline constexpr SocketHandle kNoSocket = -1;
+
+enum class SocketKind { Tcp, Udp };
+
+// The socket library's start and end, once per Modbus client object (Winsock 2.2 where it
+// needs starting); the results are not checked.
+void StartSockets();
+void StopSockets();
+
+// An IPv4 stream (TCP) or datagram (UDP) socket, or kNoSocket.
+SocketHandle OpenSocket(SocketKind kind);
+// Binds to 0.0.0.0 with an ephemeral port.
+bool BindAnyLocal(SocketHandle s);
+// Blocking connect with the system's own connect time-out. The address is dotted IPv4 text
+// only, never resolved: other text becomes 255.255.255.255 and the connect fails.
+bool ConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port);
+// One send of the whole buffer, flags 0; -1 on failure, else what the system took.
+int32_t SendBytes(SocketHandle s, std::span<const uint8_t> bytes);
+// Waits up to whole seconds for s to become readable (0 polls): 1 ready, 0 timed out,
+// -1 failed.
+int32_t SelectReadable(SocketHandle s, int32_t seconds);
+// One recv: the byte count, 0 when the peer closed, -1 on failure.
+int32_t ReceiveBytes(SocketHandle s, uint8_t* buffer, int32_t length, int32_t flags);
+void CloseSocket(SocketHandle s);
+// The code of the last failed socket call, for trace texts.
+int32_t LastSocketError();
+
+// Waits for data at most Timeout seconds, rounded to whole seconds (halves to even: 0.5
+// polls, 2.5 waits 2), then makes exactly one recv, so a reply that arrives in pieces yields
+// only its first piece. Returns the count read (> 0), 0 when the peer closed, -1 when recv
+// failed, -2 when nothing arrived in time. A failed wait reports what the recv reports.
+int32_t RecvTimeout(SocketHandle Socket, uint8_t* Buffer, int32_t Length, int32_t Flags, float Timeout);
+
+}  // namespace vmio

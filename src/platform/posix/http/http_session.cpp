@@ -1,0 +1,275 @@
+// The HTTP seam on libcurl. Each session keeps one easy handle and one multi handle (which
+// holds the connection cache) for its whole life, so the connection to a device stays open
+// between requests; libcurl opens a new one by itself when the device has closed it.
+//
+// The transfer is driven here with the multi interface instead of curl_easy_perform so that
+// the receive time-out is a true inactivity time-out with millisecond precision: it runs from
+// the moment a request goes out and restarts whenever response bytes arrive.
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "http/http_session.h"
+
+namespace vmio {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr long kConnectTimeoutMs = 10000;
+constexpr uint32_t kReceiveTimeoutMs = 5000;
+constexpr long kMaxRedirects = 10;
+constexpr int kIdlePollMs = 1000;  // the longest single wait when no time-out is near
+
+bool GlobalInit() {
+  static const bool ok = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+  return ok;
+}
+
+// Request headers every request carries: no caching (what a reloading client sends), and
+// none of the headers libcurl would add by itself beyond Host, User-Agent, Authorization and
+// Content-Length: no Accept, no Expect: 100-continue, no default Content-Type on a POST.
+curl_slist* BaseHeaders() {
+  curl_slist* list = nullptr;
+  for (const char* h : {"Cache-Control: no-cache", "Pragma: no-cache", "Accept:", "Expect:", "Content-Type:"}) {
+    curl_slist* next = curl_slist_append(list, h);
+    if (!next) {
+      curl_slist_free_all(list);
+      return nullptr;
+    }
+    list = next;
+  }
+  return list;
+}
+
+class CurlSession final : public HttpSession {
+ public:
+  explicit CurlSession(const std::string& userAgent)
+      : easy_(curl_easy_init()), multi_(curl_multi_init()), base_headers_(BaseHeaders()) {
+    if (!Valid()) return;
+    error_buffer_[0] = '\0';
+    curl_easy_setopt(easy_, CURLOPT_USERAGENT, userAgent.c_str());
+    curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS, kConnectTimeoutMs);
+    curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http");
+    curl_easy_setopt(easy_, CURLOPT_REDIR_PROTOCOLS_STR, "http");
+    curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(easy_, CURLOPT_MAXREDIRS, kMaxRedirects);
+    // Credentials come only from the URL; without them no authentication is attempted.
+    curl_easy_setopt(easy_, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
+    curl_easy_setopt(easy_, CURLOPT_PROXY, "");  // no proxy, whatever the environment says
+    curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy_, CURLOPT_PATH_AS_IS, 1L);
+    curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, error_buffer_);
+    curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &CurlSession::OnHeader);
+    curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, &CurlSession::OnWrite);
+    curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_SOCKOPTFUNCTION, &CurlSession::OnNewSocket);
+    curl_easy_setopt(easy_, CURLOPT_SOCKOPTDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_PREREQFUNCTION, &CurlSession::OnSending);
+    curl_easy_setopt(easy_, CURLOPT_PREREQDATA, this);
+  }
+
+  ~CurlSession() override {
+    if (easy_) curl_easy_cleanup(easy_);
+    if (multi_) curl_multi_cleanup(multi_);
+    curl_slist_free_all(request_headers_);
+    curl_slist_free_all(base_headers_);
+  }
+  CurlSession(const CurlSession&) = delete;
+  CurlSession& operator=(const CurlSession&) = delete;
+
+  bool Valid() const { return easy_ && multi_ && base_headers_; }
+
+  void SetReceiveTimeout(uint32_t ms) override { receive_timeout_ms_ = ms; }
+
+  HttpResult Perform(const std::string& url, const std::string& sendHeaders, const std::string& postData,
+                     HttpReceiver& receiver) override {
+    receiver_ = &receiver;
+    waiting_ = false;
+    headers_done_ = false;
+    informational_ = false;
+    stopped_ = false;
+    timed_out_ = false;
+    error_buffer_[0] = '\0';
+    curl_easy_setopt(easy_, CURLOPT_URL, url.c_str());
+    if (postData.empty()) {
+      curl_easy_setopt(easy_, CURLOPT_HTTPGET, 1L);
+    } else {
+      curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(postData.size()));
+      curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, postData.data());
+    }
+    curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, HeaderList(sendHeaders));
+
+    const CURLcode code = Transfer();
+    receiver_ = nullptr;
+    curl_off_t length = -1;
+    curl_easy_getinfo(easy_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    last_response_ = code == CURLE_OK ? ""
+                     : timed_out_     ? "Receive time-out: no data for " + std::to_string(receive_timeout_ms_) + " ms"
+                     : error_buffer_[0] ? error_buffer_
+                                        : curl_easy_strerror(code);
+    return {Classify(code), length};
+  }
+
+  std::string LastResponse() const override { return last_response_; }
+
+ private:
+  // Runs the transfer to its end, or until no byte has arrived for the receive time-out.
+  CURLcode Transfer() {
+    if (curl_multi_add_handle(multi_, easy_) != CURLM_OK) return CURLE_FAILED_INIT;
+    CURLcode code = CURLE_FAILED_INIT;
+    for (;;) {
+      int running = 0;
+      if (curl_multi_perform(multi_, &running) != CURLM_OK) break;
+      int queued = 0;
+      if (CURLMsg* msg = curl_multi_info_read(multi_, &queued); msg && msg->msg == CURLMSG_DONE) {
+        code = msg->data.result;
+        break;
+      }
+      if (running == 0) break;
+      long wait_ms = kIdlePollMs;
+      curl_multi_timeout(multi_, &wait_ms);
+      if (wait_ms < 0 || wait_ms > kIdlePollMs) wait_ms = kIdlePollMs;
+      if (waiting_ && receive_timeout_ms_ > 0) {
+        const auto idle = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - last_activity_).count();
+        const long long left = static_cast<long long>(receive_timeout_ms_) - idle;
+        if (left <= 0) {
+          timed_out_ = true;
+          code = CURLE_OPERATION_TIMEDOUT;
+          break;  // removing the handle mid-transfer closes the connection
+        }
+        wait_ms = static_cast<long>(std::min<long long>(wait_ms, left));
+      }
+      curl_multi_poll(multi_, nullptr, 0, static_cast<int>(wait_ms), nullptr);
+    }
+    curl_multi_remove_handle(multi_, easy_);
+    return code;
+  }
+
+  HttpOutcome Classify(CURLcode code) const {
+    if (stopped_) return HttpOutcome::Stopped;
+    switch (code) {
+      case CURLE_OK: return HttpOutcome::Complete;
+      case CURLE_PARTIAL_FILE: return headers_done_ ? HttpOutcome::Truncated : HttpOutcome::NoResponse;
+      case CURLE_URL_MALFORMAT:
+      case CURLE_UNSUPPORTED_PROTOCOL: return HttpOutcome::BadUrl;
+      default: return headers_done_ ? HttpOutcome::BodyBroken : HttpOutcome::NoResponse;
+    }
+  }
+
+  // The base list, or the base list plus the extra lines; rebuilt only when they change.
+  curl_slist* HeaderList(const std::string& sendHeaders) {
+    if (sendHeaders.empty()) return base_headers_;
+    if (request_headers_ && sendHeaders == request_headers_for_) return request_headers_;
+    curl_slist_free_all(request_headers_);
+    request_headers_ = nullptr;
+    request_headers_for_.clear();
+    curl_slist* list = nullptr;
+    const auto add = [&list](const std::string& line) {
+      curl_slist* next = curl_slist_append(list, line.c_str());
+      if (next) list = next;
+      return next != nullptr;
+    };
+    bool ok = true;
+    for (const curl_slist* h = base_headers_; h && ok; h = h->next) ok = add(h->data);
+    for (size_t start = 0; start < sendHeaders.size() && ok;) {
+      size_t end = sendHeaders.find('\n', start);
+      if (end == std::string::npos) end = sendHeaders.size();
+      std::string line = sendHeaders.substr(start, end - start);
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      if (!line.empty()) ok = add(line);
+      start = end + 1;
+    }
+    if (!ok) {
+      curl_slist_free_all(list);
+      return base_headers_;
+    }
+    request_headers_ = list;
+    request_headers_for_ = sendHeaders;
+    return request_headers_;
+  }
+
+  void Heard() { last_activity_ = Clock::now(); }
+
+  static size_t OnHeader(char* data, size_t size, size_t count, void* self_ptr) {
+    auto* self = static_cast<CurlSession*>(self_ptr);
+    const std::string_view line(data, size * count);
+    self->Heard();
+    if (line.starts_with("HTTP/")) {
+      const size_t blank = line.find(' ');
+      self->informational_ = blank != line.npos && blank + 1 < line.size() && line[blank + 1] == '1';
+      self->headers_done_ = false;
+    } else if ((line == "\r\n" || line == "\n") && !self->informational_) {
+      self->headers_done_ = true;
+    }
+    try {
+      self->receiver_->OnHeaderLine(line);
+    } catch (...) {
+      return 0;
+    }
+    return size * count;
+  }
+
+  static size_t OnWrite(char* data, size_t size, size_t count, void* self_ptr) {
+    auto* self = static_cast<CurlSession*>(self_ptr);
+    self->Heard();
+    curl_off_t total = -1;
+    curl_easy_getinfo(self->easy_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &total);
+    const std::span<const uint8_t> chunk(reinterpret_cast<const uint8_t*>(data), size * count);
+    if (!self->receiver_->OnBody(chunk, total)) {
+      self->stopped_ = true;
+      return 0;
+    }
+    return size * count;
+  }
+
+  // A new connection is being opened: until a request goes out on it, the connect time-out
+  // rules, and whatever response headers came before belong to an earlier exchange.
+  static int OnNewSocket(void* self_ptr, curl_socket_t, curlsocktype) {
+    auto* self = static_cast<CurlSession*>(self_ptr);
+    self->waiting_ = false;
+    self->headers_done_ = false;
+    return CURL_SOCKOPT_OK;
+  }
+
+  // A request is about to go out on an open connection: the receive time-out starts.
+  static int OnSending(void* self_ptr, char*, char*, int, int) {
+    auto* self = static_cast<CurlSession*>(self_ptr);
+    self->Heard();
+    self->waiting_ = true;
+    self->headers_done_ = false;
+    return CURL_PREREQFUNC_OK;
+  }
+
+  CURL* easy_;
+  CURLM* multi_;
+  curl_slist* base_headers_;
+  curl_slist* request_headers_ = nullptr;  // base plus request_headers_for_, kept while repeated
+  std::string request_headers_for_;
+  uint32_t receive_timeout_ms_ = kReceiveTimeoutMs;
+  char error_buffer_[CURL_ERROR_SIZE];
+  std::string last_response_;
+
+  // The request in progress.
+  HttpReceiver* receiver_ = nullptr;
+  Clock::time_point last_activity_;
+  bool waiting_ = false;        // a request is out: the receive time-out runs
+  bool informational_ = false;  // the response being read is a 1xx one
+  bool headers_done_ = false;   // a final response's headers are complete
+  bool stopped_ = false;        // the receiver stopped the transfer
+  bool timed_out_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<HttpSession> OpenHttpSession(const std::string& userAgent) {
+  if (!GlobalInit()) return nullptr;
+  auto session = std::make_unique<CurlSession>(userAgent);
+  if (!session->Valid()) return nullptr;
+  return session;
+}
+
+}  // namespace vmio

@@ -1,0 +1,71 @@
+#pragma once
+// RS232: an instrument on a serial line that answers text commands with one line of text.
+//
+// Each command given to AddCommand becomes one string input port ("Sensor 1", ...). A
+// command with text is sent as it is, its line end included, and the port's value is the
+// reply up to its first CR or LF. A command that is only a line end (CR, LF or CR LF), or
+// empty, makes a listening port instead: it returns the last complete line the instrument
+// sent by itself (an empty command: everything received since the last read).
+//
+// Device quirks kept on purpose:
+// - No connected flag: Ports, PortDirection, PortType and PortName work without a line;
+//   PortValue without one (before Connect, after Disconnect) raises 91, and after a Connect
+//   that failed it raises the line's 8018 "Operation valid only when the port is open".
+// - All listening ports share one receive buffer and one last line: a listening port with
+//   nothing new returns the line another listening port took. A last line beginning "*B"
+//   loses its first 5 characters, and the shortened line is what is kept.
+// - Before each command, pending input is discarded (the LF after a CR-ended reply, say).
+// - A failed write is not reported: a dead line shows as 45005 after 5001 ms. The wait lets
+//   the thread's pending events (timers) run; nothing guards against re-entry from them.
+// - Connect's device is the COM port number with the run-time's leading-number rule ("3" and
+//   "3abc" give 3, "COM3" gives 0 and fails); port N is the system's N-th serial port. A
+//   device beginning with "/" is opened as that terminal's path, and a failure names the
+//   path: "Error opening COM port /dev/ttyUSB0".
+// - Text both ways is code page 1252; NUL characters are removed from replies.
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "serial/serial_line.h"
+#include "vmio/io_device.h"
+
+namespace vmio {
+
+class RS232 final : public IODevice {
+ public:
+  // Appends a command and returns its port index (0 for the first).
+  int32_t AddCommand(const std::string& Command);
+  // The command of a port, line end included; 9 outside the list.
+  std::string GetCommand(int32_t Index) const;
+
+  void Connect(const std::string& Device) override;
+  void Disconnect() override;
+  int32_t Ports() override;
+  int32_t PortDirection(int32_t Index) override;
+  int32_t PortType(int32_t Index) override;
+  std::string PortName(int32_t Index) override;
+  Variant PortValue(int32_t Index) override;
+  void PortValue(int32_t Index, const Variant& NewValue) override;
+
+  // AddCommand and GetCommand by name, for hosts that bind late.
+  Variant Call(std::string_view member, std::span<const Variant> args) override;
+
+ private:
+  void CheckIndex(int32_t Index) const;
+  SerialLine& Line();
+  std::string ReadText();
+  void ClearInput();
+  std::string Listen(std::string_view terminator);
+  std::string Ask(const std::string& command);
+  void WaitForReply(int32_t start);
+
+  std::unique_ptr<SerialLine> line_;
+  std::vector<std::string> commands_;
+  std::string listen_buffer_;
+  std::string last_line_;
+};
+
+}  // namespace vmio

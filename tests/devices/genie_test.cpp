@@ -1,0 +1,208 @@
+#include "devices/http/genie.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "genie_sim.h"
+#include "http_sim_server.h"
+#include "vmio/error.h"
+
+namespace vmio {
+namespace {
+
+using namespace std::chrono_literals;
+using sim::GenieSim;
+using sim::GenieSimOptions;
+
+constexpr char kStatesRequest[] =
+    "/httpapi/GetState?action=getinput&GIS_SENSOR1=0&GIS_SENSOR2=0&GIS_ALARM1=0&GIS_ALARM2=0&GIS_BUZZER=0";
+
+// "NUMBER DESCRIPTION" of what the call raised, or "none".
+std::string Raised(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const AutomationError& e) {
+    return std::to_string(e.Number()) + " " + e.Description();
+  }
+  return "none";
+}
+
+bool Read(Genie& genie, int32_t index) {
+  const Variant v = genie.PortValue(index);
+  EXPECT_EQ(v.VarType(), vtBool);
+  return v.AsBool();
+}
+
+TEST(Genie, HasTheFixedFivePortLayoutWhateverTheDeviceAnswers) {
+  GenieSim device;
+  device.Start();
+  Genie genie;
+  EXPECT_EQ(Raised([&] { genie.Ports(); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { genie.PortDirection(0); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { genie.PortName(0); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { genie.PortValue(0); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { genie.PortValue(2, Variant(true)); }), "45003 Not connected");
+
+  genie.Connect(device.DeviceString());
+  EXPECT_EQ(device.Server().RequestLog(), std::vector<std::string>{"/httpapi/GetState?action=getinput"});
+  EXPECT_EQ(genie.Ports(), 5);
+  const std::vector<std::string> names = {"Sensor 1", "Sensor 2", "Alarm 1", "Alarm 2", "Buzzer"};
+  const std::vector<int32_t> directions = {IOInput, IOInput, IOBidirectional, IOBidirectional, IOBidirectional};
+  for (int32_t i = 0; i < 5; ++i) {
+    EXPECT_EQ(genie.PortName(i), names[static_cast<size_t>(i)]);
+    EXPECT_EQ(genie.PortDirection(i), directions[static_cast<size_t>(i)]);
+    EXPECT_EQ(genie.PortType(i), vtBool);
+  }
+  for (int32_t bad : {-1, 5}) {
+    EXPECT_EQ(Raised([&] { genie.PortDirection(bad); }), "9 Subscript out of range");
+    EXPECT_EQ(Raised([&] { genie.PortType(bad); }), "9 Subscript out of range");
+    EXPECT_EQ(Raised([&] { genie.PortName(bad); }), "9 Subscript out of range");
+  }
+  // The index is checked after the states are read, as the read comes first.
+  EXPECT_EQ(Raised([&] { genie.PortValue(5); }), "9 Subscript out of range");
+
+  genie.Disconnect();
+  const int requests = device.Server().RequestCount();
+  EXPECT_EQ(genie.PortDirection(4), IOBidirectional);
+  EXPECT_EQ(genie.PortName(4), "Buzzer");
+  EXPECT_EQ(Raised([&] { genie.Ports(); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { genie.PortValue(0); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { genie.PortValue(4, Variant(true)); }), "45003 Not connected");
+  EXPECT_EQ(device.Server().RequestCount(), requests);
+}
+
+TEST(Genie, ReadsStatesByExactKeyAndOnlyTheValueOneIsOn) {
+  GenieSim device;
+  device.Start();
+  device.SetState("GIS_SENSOR1", 1);
+  device.SetState("GIS_ALARM1", 2);
+  device.SetState("GIS_ALARM2", 1);
+  // Rows of other keys, or of the right key in another case, must not touch the ports.
+  device.SetExtraLines("gis_sensor2=1\nGIS_BUZZER =1\nOTHER=1\nno separator\n");
+  Genie genie;
+  genie.Connect(device.DeviceString());
+  EXPECT_TRUE(Read(genie, 0));
+  EXPECT_FALSE(Read(genie, 1));
+  EXPECT_FALSE(Read(genie, 2));  // 2 is not 1
+  EXPECT_TRUE(Read(genie, 3));
+  EXPECT_FALSE(Read(genie, 4));
+  EXPECT_EQ(device.Server().RequestLog().back(), kStatesRequest);
+
+  // Firmware that ends its lines with CR LF reads the same.
+  GenieSimOptions crlf;
+  crlf.line_end = "\r\n";
+  GenieSim crlf_device(crlf);
+  crlf_device.Start();
+  crlf_device.SetState("GIS_SENSOR2", 1);
+  crlf_device.SetState("GIS_BUZZER", 1);
+  Genie crlf_genie;
+  crlf_genie.Connect(crlf_device.DeviceString());
+  EXPECT_FALSE(Read(crlf_genie, 0));
+  EXPECT_TRUE(Read(crlf_genie, 1));
+  EXPECT_TRUE(Read(crlf_genie, 4));
+}
+
+TEST(Genie, ReadsWithin500MsComeFromTheCache) {
+  GenieSim device;
+  device.Start();
+  Genie genie;
+  genie.Connect(device.DeviceString());
+  EXPECT_FALSE(Read(genie, 0));
+  for (int32_t i = 0; i < 5; ++i) Read(genie, i);
+  EXPECT_EQ(device.Server().RequestCount("/httpapi/GetState"), 2);  // Connect's, then one read
+
+  device.SetState("GIS_SENSOR1", 1);
+  EXPECT_FALSE(Read(genie, 0));
+  std::this_thread::sleep_for(600ms);
+  EXPECT_TRUE(Read(genie, 0));
+  EXPECT_EQ(device.Server().RequestCount("/httpapi/GetState"), 3);
+}
+
+TEST(Genie, WritesSendOneSetStatePerOutputAndUpdateTheCache) {
+  GenieSim device;
+  device.Start();
+  Genie genie;
+  genie.Connect(device.DeviceString());
+  EXPECT_FALSE(Read(genie, 4));  // the cache is fresh from here on
+  device.Server().ClearLog();
+
+  genie.PortValue(2, Variant(true));
+  genie.PortValue(3, Variant(true));
+  genie.PortValue(4, Variant(true));
+  genie.PortValue(3, Variant(false));
+  EXPECT_EQ(device.Server().RequestLog(), (std::vector<std::string>{
+                                              "/httpapi/SetState?action=setoutput&OUT_ALARM1=1",
+                                              "/httpapi/SetState?action=setoutput&OUT_ALARM2=1",
+                                              "/httpapi/SetState?action=setoutput&OUT_BUZZER=1",
+                                              "/httpapi/SetState?action=setoutput&OUT_ALARM2=0",
+                                          }));
+  EXPECT_EQ(device.State("GIS_ALARM1"), 1);
+  EXPECT_EQ(device.State("GIS_ALARM2"), 0);
+  EXPECT_EQ(device.State("GIS_BUZZER"), 1);
+  // Read back from the cache the writes filled, without asking the device.
+  EXPECT_TRUE(Read(genie, 2));
+  EXPECT_TRUE(Read(genie, 4));
+  EXPECT_EQ(device.Server().RequestCount("/httpapi/GetState"), 0);
+}
+
+TEST(Genie, RefusesWritesToSensorsNonBooleansAndBadIndexesWithoutSending) {
+  GenieSim device;
+  device.Start();
+  Genie genie;
+  genie.Connect(device.DeviceString());
+  EXPECT_EQ(Raised([&] { genie.PortValue(0, Variant(true)); }), "45004 Port 1is not an output port");
+  EXPECT_EQ(Raised([&] { genie.PortValue(1, Variant(true)); }), "45004 Port 2is not an output port");
+  EXPECT_EQ(Raised([&] { genie.PortValue(2, Variant(int32_t{1})); }), "13 Type mismatch");
+  EXPECT_EQ(Raised([&] { genie.PortValue(4, Variant("1")); }), "13 Type mismatch");
+  EXPECT_EQ(Raised([&] { genie.PortValue(5, Variant(true)); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { genie.PortValue(-1, Variant(true)); }), "9 Subscript out of range");
+  EXPECT_EQ(device.Server().RequestCount("/httpapi/SetState"), 0);
+}
+
+TEST(Genie, UnreachableOrRefusingDevicesRaiseTheFixedErrors) {
+  GenieSimOptions guarded;
+  guarded.auth = {sim::AuthScheme::Digest, "admin", "secret"};
+  GenieSim device(guarded);
+  device.Start();
+  Genie genie;
+  EXPECT_EQ(Raised([&] { genie.Connect("admin:wrong@" + device.Server().Authority()); }),
+            "45001 Unable to connect to the device");
+  EXPECT_EQ(Raised([&] { genie.Ports(); }), "45003 Not connected");
+
+  genie.Connect(device.DeviceString());
+  EXPECT_EQ(genie.Ports(), 5);
+  genie.PortValue(2, Variant(true));
+  EXPECT_TRUE(Read(genie, 2));  // read back from the device; the cache is fresh now
+
+  device.Server().Stop();
+  EXPECT_EQ(Raised([&] { genie.PortValue(2, Variant(false)); }), "45005 Unable to connect to the device");
+  EXPECT_TRUE(Read(genie, 2));  // the failed write left the cache alone
+  std::this_thread::sleep_for(600ms);
+  EXPECT_EQ(Raised([&] { genie.PortValue(0); }), "45005 Unable to connect to the device");
+  EXPECT_EQ(Raised([&] { genie.Connect(device.Server().Authority()); }), "45001 Unable to connect to the device");
+  EXPECT_EQ(Raised([&] { genie.Ports(); }), "45003 Not connected");
+}
+
+TEST(Genie, ADeviceThatStopsAnsweringFailsTheReadAfterTheReceiveTimeOut) {
+  GenieSim device;
+  device.Start();
+  Genie genie;
+  genie.Connect(device.DeviceString());
+  device.Server().SetSilent(true);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Raised([&] { genie.PortValue(0); }), "45005 Unable to connect to the device");
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, 4500ms);
+  EXPECT_LT(waited, 9000ms);
+
+  device.Server().SetSilent(false);
+  device.SetState("GIS_SENSOR2", 1);
+  EXPECT_TRUE(Read(genie, 1));  // the failed read left the cache stale
+}
+
+}  // namespace
+}  // namespace vmio

@@ -1,0 +1,189 @@
+#include "devices/http/stardot.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "http_sim_server.h"
+#include "raised.h"
+#include "stardot_sim.h"
+
+namespace vmio {
+namespace {
+
+using namespace std::chrono_literals;
+using sim::StarDotSim;
+using sim::StarDotSimOptions;
+using test::Raised;
+using Log = std::vector<std::string>;
+
+StarDotSimOptions Layout(bool relay, int inputs) {
+  StarDotSimOptions o;
+  o.relay = relay;
+  o.inputs = inputs;
+  return o;
+}
+
+std::vector<std::string> Names(StarDot& s) {
+  std::vector<std::string> names;
+  for (int32_t i = 0; i < s.Ports(); ++i) names.push_back(s.PortName(i) + "/" + std::to_string(s.PortDirection(i)));
+  return names;
+}
+
+bool Read(StarDot& s, int32_t index) {
+  const Variant value = s.PortValue(index);
+  EXPECT_EQ(value.VarType(), vtBool);
+  return value.AsBool();
+}
+
+// A camera whose replies the test writes; the /io.cgi reply can change while it runs.
+class ScriptedCamera {
+ public:
+  explicit ScriptedCamera(std::string info) : info_(std::move(info)) { server_.Start(); }
+  void SetIo(std::string io) {
+    std::lock_guard lock(mutex_);
+    io_ = std::move(io);
+  }
+  std::string DeviceString() const { return server_.DeviceString(); }
+
+ private:
+  sim::HttpReply Handle(const sim::HttpRequestInfo& r) {
+    std::lock_guard lock(mutex_);
+    return {200, r.path == "/info.cgi" ? info_ : io_};
+  }
+  std::mutex mutex_;
+  std::string info_, io_;
+  sim::HttpSimServer server_{[this](const sim::HttpRequestInfo& r) { return Handle(r); }};
+};
+
+TEST(StarDot, InfoGivesAnOptionalRelayAndInputsAllNamedInput) {
+  StarDot s;
+  EXPECT_EQ(Raised([&] { s.Ports(); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { s.PortName(0); }), "9 Subscript out of range");
+
+  StarDotSim relay(Layout(true, 2));
+  relay.Start();
+  s.Connect(relay.DeviceString());
+  EXPECT_EQ(relay.Server().RequestLog(), Log{"/info.cgi"});
+  EXPECT_EQ(Names(s), (std::vector<std::string>{"Relay/3", "Input/1", "Input/1"}));
+  EXPECT_EQ(s.PortType(2), vtBool);
+  EXPECT_EQ(Raised([&] { s.PortName(3); }), "9 Subscript out of range");
+
+  StarDotSim none(Layout(false, 3));
+  none.Start();
+  s.Connect(none.DeviceString());
+  EXPECT_EQ(Names(s), (std::vector<std::string>{"Input/1", "Input/1", "Input/1"}));
+
+  // Keys match whatever their case and surrounding blanks; any relay count but 0 is one relay.
+  ScriptedCamera odd(" Relay =5\nEXTERNAL_INPUTS = 1\nmodel=x\n");
+  s.Connect(odd.DeviceString());
+  EXPECT_EQ(Names(s), (std::vector<std::string>{"Relay/3", "Input/1"}));
+
+  s.Disconnect();
+  EXPECT_EQ(Raised([&] { s.Ports(); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { s.PortValue(0); }), "45003 Not connected");
+  EXPECT_EQ(s.PortName(0), "Relay");
+}
+
+TEST(StarDot, OneIoRequestServesEveryPortButOnlyOneInputIsEverRead) {
+  StarDotSim device(Layout(true, 2));
+  device.Start();
+  device.SetRelay(true);
+  device.SetInput(1, true);
+  device.SetInput(2, true);
+  StarDot s;
+  s.Connect(device.DeviceString());
+  device.Server().ClearLog();
+  EXPECT_TRUE(Read(s, 0));
+  EXPECT_TRUE(Read(s, 1));
+  EXPECT_FALSE(Read(s, 2));  // the second input is never read
+  EXPECT_EQ(device.Server().RequestLog(), Log{"/io.cgi"});
+
+  device.SetInput(1, false);
+  EXPECT_TRUE(Read(s, 1));
+  std::this_thread::sleep_for(600ms);
+  EXPECT_FALSE(Read(s, 1));
+  EXPECT_EQ(device.Server().RequestCount("/io.cgi"), 2);
+  EXPECT_EQ(Raised([&] { s.PortValue(3); }), "9 Subscript out of range");
+
+  // Without a relay the "io" row goes to the third input, and nowhere when there is none.
+  StarDotSim three(Layout(false, 3));
+  three.Start();
+  three.SetInput(1, true);
+  StarDot t;
+  t.Connect(three.DeviceString());
+  EXPECT_FALSE(Read(t, 0));
+  EXPECT_TRUE(Read(t, 2));
+
+  ScriptedCamera two("relay=0\nexternal_inputs=2\n");
+  two.SetIo("io=1\nIO=1\n");
+  StarDot u;
+  u.Connect(two.DeviceString());
+  EXPECT_FALSE(Read(u, 0));
+  EXPECT_FALSE(Read(u, 1));
+}
+
+TEST(StarDot, IoKeysMatchAnyCaseButNotWithBlanks) {
+  ScriptedCamera camera("relay=1\nexternal_inputs=1\n");
+  camera.SetIo("RELAY=1\n io=1\n");
+  StarDot s;
+  s.Connect(camera.DeviceString());
+  EXPECT_TRUE(Read(s, 0));
+  EXPECT_FALSE(Read(s, 1));
+  camera.SetIo("Relay=2\nIo=1\n");
+  std::this_thread::sleep_for(600ms);
+  EXPECT_FALSE(Read(s, 0));  // only exactly 1 is on
+  EXPECT_TRUE(Read(s, 1));
+}
+
+TEST(StarDot, SwitchingTheRelaySendsItsStateUnnumbered) {
+  StarDotSim device(Layout(true, 1));
+  device.Start();
+  StarDot s;
+  s.Connect(device.DeviceString());
+  device.Server().ClearLog();
+  s.PortValue(0, Variant(true));
+  EXPECT_TRUE(device.Relay());
+  EXPECT_TRUE(Read(s, 0));
+  s.PortValue(0, Variant(false));
+  EXPECT_FALSE(device.Relay());
+  EXPECT_EQ(device.Server().RequestLog(), (Log{"/io.cgi?relay=1", "/io.cgi", "/io.cgi?relay=0"}));
+
+  EXPECT_EQ(Raised([&] { s.PortValue(1, Variant(true)); }), "45004 Port 2is not an output port");
+  EXPECT_EQ(Raised([&] { s.PortValue(0, Variant(int32_t{1})); }), "13 Type mismatch");
+  EXPECT_EQ(Raised([&] { s.PortValue(2, Variant(true)); }), "9 Subscript out of range");
+  EXPECT_EQ(device.Server().RequestCount(), 3);
+}
+
+TEST(StarDot, RepliesAreNeverJudgedAndTransportErrorsPassThrough) {
+  StarDotSimOptions guarded = Layout(true, 1);
+  guarded.auth = {sim::AuthScheme::Basic, "admin", "admin"};
+  StarDotSim device(guarded);
+  device.Start();
+
+  // The 401 page is read as it stands: connected, with no ports.
+  StarDot s;
+  s.Connect("admin:wrong@" + device.Server().Authority());
+  EXPECT_EQ(s.Ports(), 0);
+
+  s.Connect(device.DeviceString());
+  EXPECT_EQ(s.Ports(), 2);
+  EXPECT_FALSE(Read(s, 0));
+  device.Server().Stop();
+  // The relay's cached state changes although the request then fails.
+  EXPECT_EQ(Raised([&] { s.PortValue(0, Variant(true)); }), "13104 Failed to connect to the HTTP server.");
+  EXPECT_TRUE(Read(s, 0));
+  std::this_thread::sleep_for(600ms);
+  EXPECT_EQ(Raised([&] { s.PortValue(0); }), "13104 Failed to connect to the HTTP server.");
+
+  StarDot fresh;
+  EXPECT_EQ(Raised([&] { fresh.Connect(device.Server().Authority()); }), "13104 Failed to connect to the HTTP server.");
+  EXPECT_EQ(Raised([&] { fresh.Ports(); }), "45003 Not connected");
+}
+
+}  // namespace
+}  // namespace vmio

@@ -1,0 +1,195 @@
+#include "devices/http/vivotek.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "http_sim_server.h"
+#include "raised.h"
+#include "vivotek_sim.h"
+
+namespace vmio {
+namespace {
+
+using namespace std::chrono_literals;
+using sim::VivotekSim;
+using sim::VivotekSimOptions;
+using test::Raised;
+using Log = std::vector<std::string>;
+
+VivotekSimOptions Layout(int inputs, int outputs) {
+  VivotekSimOptions o;
+  o.inputs = inputs;
+  o.outputs = outputs;
+  return o;
+}
+
+std::vector<std::string> Names(Vivotek& v) {
+  std::vector<std::string> names;
+  for (int32_t i = 0; i < v.Ports(); ++i) names.push_back(v.PortName(i) + "/" + std::to_string(v.PortDirection(i)));
+  return names;
+}
+
+bool Read(Vivotek& v, int32_t index) {
+  const Variant value = v.PortValue(index);
+  EXPECT_EQ(value.VarType(), vtBool);
+  return value.AsBool();
+}
+
+TEST(Vivotek, CapabilityListGivesInputsThenOutputsQuotedOrNot) {
+  Vivotek v;
+  EXPECT_EQ(Raised([&] { v.Ports(); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { v.PortName(0); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { v.PortDirection(0); }), "9 Subscript out of range");
+
+  VivotekSim quoted(Layout(2, 1));
+  quoted.Start();
+  v.Connect(quoted.DeviceString());
+  EXPECT_EQ(quoted.Server().RequestLog(), Log{"/cgi-bin/viewer/getparam.cgi?capability"});
+  EXPECT_EQ(Names(v), (std::vector<std::string>{"Input 1/1", "Input 2/1", "Output 1/3"}));
+  EXPECT_EQ(v.PortType(2), vtBool);
+  EXPECT_EQ(Raised([&] { v.PortName(3); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { v.PortName(-1); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { v.PortType(3); }), "9 Subscript out of range");
+
+  VivotekSimOptions bare = Layout(1, 2);
+  bare.quoted_values = false;
+  VivotekSim older(bare);
+  older.Start();
+  v.Connect(older.DeviceString());
+  EXPECT_EQ(Names(v), (std::vector<std::string>{"Input 1/1", "Output 1/3", "Output 2/3"}));
+
+  // Disconnect sends nothing and keeps the table; only the values need the device.
+  v.Disconnect();
+  EXPECT_EQ(Raised([&] { v.Ports(); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { v.PortValue(0); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { v.PortValue(1, Variant(true)); }), "45003 Not connected");
+  EXPECT_EQ(v.PortName(2), "Output 2");
+  EXPECT_EQ(v.PortDirection(2), IOBidirectional);
+  EXPECT_EQ(older.Server().RequestCount(), 1);
+}
+
+TEST(Vivotek, CountsTheListDoesNotNameKeepTheirLastValue) {
+  // Rows ending in LF alone are not rows here: the list names no count at all.
+  VivotekSimOptions lf = Layout(4, 4);
+  lf.line_end = "\n";
+  VivotekSim unsplit(lf);
+  unsplit.Start();
+
+  Vivotek fresh;
+  fresh.Connect(unsplit.DeviceString());
+  EXPECT_EQ(fresh.Ports(), 0);
+
+  VivotekSim device(Layout(2, 1));
+  device.Start();
+  Vivotek v;
+  v.Connect(device.DeviceString());
+  v.Connect(unsplit.DeviceString());
+  EXPECT_EQ(Names(v), (std::vector<std::string>{"Input 1/1", "Input 2/1", "Output 1/3"}));
+}
+
+TEST(Vivotek, InputsAndOutputsAreReadInTwoGroupsCachedApart) {
+  VivotekSim device(Layout(3, 2));
+  device.Start();
+  device.SetInput(2, true);
+  device.SetOutput(2, true);
+  Vivotek v;
+  v.Connect(device.DeviceString());
+  device.Server().ClearLog();
+
+  EXPECT_FALSE(Read(v, 0));
+  EXPECT_TRUE(Read(v, 1));
+  EXPECT_FALSE(Read(v, 2));
+  EXPECT_EQ(device.Server().RequestLog(), Log{"/cgi-bin/dido/getdi.cgi?di0&di1&di2"});
+  EXPECT_FALSE(Read(v, 3));
+  EXPECT_TRUE(Read(v, 4));
+  EXPECT_FALSE(Read(v, 0));
+  EXPECT_EQ(device.Server().RequestLog(), (Log{"/cgi-bin/dido/getdi.cgi?di0&di1&di2", "/cgi-bin/dido/getdo.cgi?do0&do1"}));
+
+  // A change at the device shows once the group's 500 ms have passed.
+  device.SetInput(1, true);
+  EXPECT_FALSE(Read(v, 0));
+  std::this_thread::sleep_for(600ms);
+  EXPECT_TRUE(Read(v, 0));
+  EXPECT_EQ(device.Server().RequestCount("/cgi-bin/dido/getdi.cgi"), 2);
+  EXPECT_EQ(device.Server().RequestCount("/cgi-bin/dido/getdo.cgi"), 1);
+  EXPECT_EQ(Raised([&] { v.PortValue(5); }), "9 Subscript out of range");
+}
+
+TEST(Vivotek, OnlyAStateOfExactlyOneIsTrueAndRowsGoByTheirNumber) {
+  sim::HttpSimServer device([](const sim::HttpRequestInfo& r) -> sim::HttpReply {
+    if (r.path == "/cgi-bin/viewer/getparam.cgi") return {200, "capability_ndi=3\r\ncapability_ndo=0\r\n"};
+    return {200, "di2=1\r\ndi0=2\r\ndi1=1.0\r\n"};
+  });
+  device.Start();
+  Vivotek v;
+  v.Connect(device.DeviceString());
+  EXPECT_FALSE(Read(v, 0));
+  EXPECT_TRUE(Read(v, 1));
+  EXPECT_TRUE(Read(v, 2));
+}
+
+TEST(Vivotek, WritingAnOutputSendsSetdoAndKeepsTheState) {
+  VivotekSim device(Layout(1, 2));
+  device.Start();
+  Vivotek v;
+  v.Connect(device.DeviceString());
+  EXPECT_FALSE(Read(v, 2));
+  device.Server().ClearLog();
+
+  v.PortValue(2, Variant(true));
+  v.PortValue(1, Variant(false));
+  EXPECT_EQ(device.Server().RequestLog(), (Log{"/cgi-bin/dido/setdo.cgi?do1=1", "/cgi-bin/dido/setdo.cgi?do0=0"}));
+  EXPECT_TRUE(device.Output(2));
+  EXPECT_TRUE(Read(v, 2));  // from the cache: no getdo within 500 ms of the last
+  EXPECT_EQ(device.Server().RequestCount(), 2);
+
+  EXPECT_EQ(Raised([&] { v.PortValue(0, Variant(true)); }), "45004 Port 1is not an output port");
+  EXPECT_EQ(Raised([&] { v.PortValue(1, Variant(int32_t{1})); }), "13 Type mismatch");
+  EXPECT_EQ(Raised([&] { v.PortValue(1, Variant("1")); }), "13 Type mismatch");
+  EXPECT_EQ(Raised([&] { v.PortValue(3, Variant(true)); }), "9 Subscript out of range");
+  EXPECT_EQ(device.Server().RequestCount(), 2);
+}
+
+TEST(Vivotek, FailedRequestsRaiseConnectionAndValueErrors) {
+  VivotekSimOptions guarded = Layout(1, 1);
+  guarded.auth = {sim::AuthScheme::Digest, "root", "secret"};
+  VivotekSim device(guarded);
+  device.Start();
+
+  Vivotek v;
+  EXPECT_EQ(Raised([&] { v.Connect("root:wrong@" + device.Server().Authority()); }), "45001 Unable to connect to the device");
+  EXPECT_EQ(Raised([&] { v.Ports(); }), "45003 Not connected");
+
+  v.Connect(device.DeviceString());
+  EXPECT_FALSE(Read(v, 1));
+  device.Server().Stop();
+  EXPECT_EQ(Raised([&] { v.PortValue(1, Variant(true)); }), "45005 Unable to connect to the device");
+  EXPECT_FALSE(Read(v, 1));  // the failed write left the cached state alone
+  std::this_thread::sleep_for(600ms);
+  EXPECT_EQ(Raised([&] { v.PortValue(1); }), "45005 Unable to connect to the device");
+}
+
+TEST(Vivotek, ADeviceThatStopsAnsweringFailsTheReadAfterTheReceiveTimeOut) {
+  VivotekSim device(Layout(1, 0));
+  device.Start();
+  Vivotek v;
+  v.Connect(device.DeviceString());
+  device.Server().SetSilent(true);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Raised([&] { v.PortValue(0); }), "45005 Unable to connect to the device");
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, 4500ms);
+  EXPECT_LT(waited, 9000ms);
+
+  device.Server().SetSilent(false);
+  device.SetInput(1, true);
+  EXPECT_TRUE(Read(v, 0));  // the failed read left the cache stale
+}
+
+}  // namespace
+}  // namespace vmio

@@ -1,0 +1,35 @@
+#pragma once
+// Values as text: the typed form scripts exchange with `vmio shell` ("i4:3", "str:a\tb"), and
+// the plain form the one-shot commands show people ("true", "Boolean").
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "vmio/variant.h"
+
+namespace vmio::cli {
+
+// Writes backslash as \\, CR, LF and tab as \r \n \t, and every other control character (C0,
+// DEL, C1) and every byte that is not valid UTF-8 as \xHH, so a result always stays on one line.
+std::string EscapeText(std::string_view text);
+// Reads \\ \r \n \t and \xHH (any byte); nothing for another escape or a trailing backslash.
+std::optional<std::string> UnescapeText(std::string_view text);
+
+// "empty", "bool:true", "u1:7", "i2:-3", "i4:42", "r8:0.1" (the shortest text that reads back
+// to the same double), "str:ESCAPED".
+std::string FormatTypedValue(const Variant& value);
+// The inverse; nothing when the text is malformed or a number is out of its type's range.
+std::optional<Variant> ParseTypedValue(std::string_view text);
+
+// A decimal 32-bit integer, optionally negative, nothing else.
+std::optional<int32_t> ParseInt32(std::string_view text);
+
+// For people: "true", "42", "0.5", the (escaped) text, "(empty)".
+std::string DisplayValue(const Variant& value);
+// "input", "output", "bidirectional", or the number.
+std::string DirectionName(int32_t direction);
+// The automation name of a variant type code ("Boolean", "String"), or the number.
+std::string TypeName(int32_t type);
+
+}  // namespace vmio::cli
