@@ -264,7 +264,11 @@ struct HttpSimServer::State {
   std::vector<std::string> log;
   int total = 0;
   int connections = 0;
-  std::map<int, bool> open;  // socket -> busy serving a request
+  struct Connection {
+    bool busy = false;   // serving a request
+    bool close = false;  // to be closed once that request is answered
+  };
+  std::map<int, Connection> open;  // by socket
 
   std::string Challenge() const {
     if (auth.scheme == AuthScheme::Basic) return std::string("Basic realm=\"") + kRealm + "\"";
@@ -325,9 +329,17 @@ struct HttpSimServer::State {
     return ::poll(&p, 1, 0) == 0;
   }
 
-  void SetBusy(int fd, bool busy) {
+  void Busy(int fd) {
     std::lock_guard lock(mutex);
-    open[fd] = busy;
+    open[fd].busy = true;
+  }
+
+  // False when the connection is to be closed now that its request is answered.
+  bool Idle(int fd) {
+    std::lock_guard lock(mutex);
+    Connection& c = open[fd];
+    c.busy = false;
+    return !c.close;
   }
 
   void ServeConnection(int fd);
@@ -350,19 +362,18 @@ void HttpSimServer::State::ServeConnection(int fd) {
   {
     std::lock_guard lock(mutex);
     ++connections;
-    open[fd] = false;
+    open[fd] = Connection{};
   }
   const int one = 1;
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
   ConnectionStream stream(fd, wake_fd);
   for (size_t served = 0; served < kMaxRequestsPerConnection && !stopping; ++served) {
     if (!stream.Wait(POLLIN, kIdleSeconds * 1000) || !ReleaseWhenHeard(fd)) break;
-    SetBusy(fd, true);
+    Busy(fd);
     bool closed = false;
     const bool last = served + 1 == kMaxRequestsPerConnection;
     const bool ok = server->process_request(stream, last, closed, nullptr) && stream.Flush();
-    if (!ok || closed) break;
-    SetBusy(fd, false);
+    if (!ok || closed || !Idle(fd)) break;
   }
   {
     std::lock_guard lock(mutex);
@@ -470,8 +481,12 @@ int HttpSimServer::ConnectionCount() const {
 
 void HttpSimServer::CloseConnections() {
   std::lock_guard lock(state_->mutex);
-  for (const auto& [fd, busy] : state_->open) {
-    if (!busy) ::shutdown(fd, SHUT_RDWR);
+  for (auto& [fd, connection] : state_->open) {
+    if (connection.busy) {
+      connection.close = true;
+    } else {
+      ::shutdown(fd, SHUT_RDWR);
+    }
   }
 }
 

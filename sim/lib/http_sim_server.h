@@ -65,8 +65,8 @@ class HttpSimServer {
   // TCP connections accepted so far (to check that clients reuse theirs). A connection is
   // kept alive until it has been idle for 10 s.
   int ConnectionCount() const;
-  // Closes every idle kept-alive connection, as a device does when its keep-alive timer runs
-  // out: clients must open a new one for their next request.
+  // Closes every kept-alive connection (one serving a request once it has answered), as a
+  // device does when its keep-alive timer runs out: clients must open a new one.
   void CloseConnections();
 
   // While silent, requests are held unanswered (until silence ends or the server stops).

@@ -11,24 +11,15 @@
 
 #include "aviosys_sim.h"
 #include "http_sim_server.h"
-#include "vmio/error.h"
+#include "raised.h"
 
 namespace vmio {
 namespace {
 
 using namespace std::chrono_literals;
+using test::Raised;
 using sim::AviosysSim;
 using sim::AviosysSimOptions;
-
-// "NUMBER DESCRIPTION" of what the call raised, or "none".
-std::string Raised(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const AutomationError& e) {
-    return std::to_string(e.Number()) + " " + e.Description();
-  }
-  return "none";
-}
 
 bool Read(AviosysPDU& pdu, int32_t index) {
   const Variant v = pdu.PortValue(index);

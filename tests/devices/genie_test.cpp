@@ -3,39 +3,29 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <functional>
 #include <string>
 #include <thread>
 
 #include "genie_sim.h"
 #include "http_sim_server.h"
-#include "vmio/error.h"
+#include "raised.h"
 
 namespace vmio {
 namespace {
 
 using namespace std::chrono_literals;
+using test::Raised;
 using sim::GenieSim;
 using sim::GenieSimOptions;
-
-constexpr char kStatesRequest[] =
-    "/httpapi/GetState?action=getinput&GIS_SENSOR1=0&GIS_SENSOR2=0&GIS_ALARM1=0&GIS_ALARM2=0&GIS_BUZZER=0";
-
-// "NUMBER DESCRIPTION" of what the call raised, or "none".
-std::string Raised(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const AutomationError& e) {
-    return std::to_string(e.Number()) + " " + e.Description();
-  }
-  return "none";
-}
 
 bool Read(Genie& genie, int32_t index) {
   const Variant v = genie.PortValue(index);
   EXPECT_EQ(v.VarType(), vtBool);
   return v.AsBool();
 }
+
+constexpr char kStatesRequest[] =
+    "/httpapi/GetState?action=getinput&GIS_SENSOR1=0&GIS_SENSOR2=0&GIS_ALARM1=0&GIS_ALARM2=0&GIS_BUZZER=0";
 
 TEST(Genie, HasTheFixedFivePortLayoutWhateverTheDeviceAnswers) {
   GenieSim device;

@@ -118,6 +118,7 @@ TEST(Vivotek, InputsAndOutputsAreReadInTwoGroupsCachedApart) {
   EXPECT_EQ(device.Server().RequestCount("/cgi-bin/dido/getdi.cgi"), 2);
   EXPECT_EQ(device.Server().RequestCount("/cgi-bin/dido/getdo.cgi"), 1);
   EXPECT_EQ(Raised([&] { v.PortValue(5); }), "9 Subscript out of range");
+  EXPECT_EQ(device.Server().ConnectionCount(), 1);  // every request on the connection of Connect
 }
 
 TEST(Vivotek, OnlyAStateOfExactlyOneIsTrueAndRowsGoByTheirNumber) {

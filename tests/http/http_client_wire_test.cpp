@@ -110,6 +110,21 @@ TEST(HttpClientWireTest, SilenceAfterTheHeadersIsADisconnection) {
   EXPECT_EQ(client.GetHeader(""), before);
 }
 
+TEST(HttpClientWireTest, FollowsARedirectAndKeepsTheFinalHeaders) {
+  RawPeer peer([](RawPeer& p, int fd) {
+    for (std::string req; !(req = p.ReadRequest(fd)).empty();) {
+      if (req.starts_with("GET /old ")) {
+        RawPeer::Send(fd, "HTTP/1.1 302 Found\r\nLocation: /new\r\nContent-Length: 5\r\n\r\nmoved");
+      } else {
+        RawPeer::Send(fd, "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nnew");
+      }
+    }
+  });
+  HTTPClient client;
+  EXPECT_EQ(Text(client.GetResource(peer.Url("/old"))), "new");
+  EXPECT_EQ(client.GetHeader(""), "HTTP/1.1 200 OK\r\nContent-Length: 3");
+}
+
 TEST(HttpClientWireTest, AHeaderBlockTooLongForItsBufferComesBackBlank) {
   RawPeer peer([](RawPeer& p, int fd) {
     p.ReadRequest(fd);

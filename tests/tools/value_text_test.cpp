@@ -6,8 +6,6 @@
 #include <cstring>
 #include <limits>
 
-#include "vmio/io_device.h"
-
 namespace vmio::cli {
 namespace {
 
@@ -74,20 +72,6 @@ TEST(TextEscapes, EveryControlCharacterAndBackslashIsEscapedAndReadsBack) {
   EXPECT_EQ(escaped.find_first_of(std::string("\r\n\0", 3)), std::string::npos);
   EXPECT_EQ(UnescapeText(escaped), every_byte);
   EXPECT_EQ(UnescapeText("\\x4a\\x4A"), "JJ");
-}
-
-TEST(PlainValues, ShowPeopleValuesDirectionsAndTypesByName) {
-  EXPECT_EQ(DisplayValue(true), "true");
-  EXPECT_EQ(DisplayValue(Variant()), "(empty)");
-  EXPECT_EQ(DisplayValue(int32_t{-7}), "-7");
-  EXPECT_EQ(DisplayValue(0.25), "0.25");
-  EXPECT_EQ(DisplayValue("21.4\r"), "21.4\\r");
-  EXPECT_EQ(DirectionName(IOBidirectional), "bidirectional");
-  EXPECT_EQ(DirectionName(IOUnknown), "-1");
-  EXPECT_EQ(TypeName(vtBool), "Boolean");
-  EXPECT_EQ(TypeName(vtString), "String");
-  EXPECT_EQ(ParseInt32("-2147483648"), INT32_MIN);
-  EXPECT_FALSE(ParseInt32("1.0"));
 }
 
 }  // namespace

@@ -128,7 +128,7 @@ constexpr Command kCommands[] = {
      "  item-id KEY   item-name KEY   sleep MS\n"
      "\n"
      "Values: empty, bool:true, u1:N, i2:N, i4:N, r8:X, str:TEXT (escapes \\\\ \\r \\n \\t \\xHH).\n"
-     "\nexample: printf 'new VMIO.Axis\\nconnect 10.0.0.5\\nget i4:0\\n' | vmio shell",
+     "\nexample: printf 'new VMIO.Axis\\nconnect 10.0.0.5\\nget 0\\n' | vmio shell",
      0, {}, &Shell},
     {"demo", "demo", "run every driver against its built-in simulated device",
      "Starts a simulated device for every driver, connects, lists and reads the ports,\n"
@@ -159,7 +159,7 @@ int RunParsed(const Command& command, std::span<const std::string> args, std::is
     }
     const size_t equals = arg.find('=');
     const std::string name = arg.substr(0, equals);
-    if (std::ranges::find(command.options, name) == command.options.end() || name.empty()) {
+    if (std::ranges::find(command.options, name) == command.options.end()) {
       throw UsageError("unknown option '" + name + "'");
     }
     if (equals != std::string::npos) {
