@@ -11,8 +11,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <chrono>
 #include <condition_variable>
@@ -99,8 +99,15 @@ std::string PercentDecoded(std::string_view text) {
 }
 
 // The name=value and name="value" pairs of a Digest Authorization header (after "Digest ").
+// Values are kept as sent: clients put the uri in quotes unescaped, so a target ending in a
+// backslash gives uri="/x\". A quoted value therefore ends at the quote that closes the
+// field (followed by a comma or the end), not at the first quote after a backslash.
 std::map<std::string, std::string> DigestFields(std::string_view text) {
   std::map<std::string, std::string> fields;
+  const auto closes_field = [&text](size_t quote) {
+    const size_t next = text.find_first_not_of(' ', quote + 1);
+    return next == std::string_view::npos || text[next] == ',';
+  };
   size_t i = 0;
   while (i < text.size()) {
     while (i < text.size() && (text[i] == ' ' || text[i] == ',')) ++i;
@@ -109,18 +116,21 @@ std::map<std::string, std::string> DigestFields(std::string_view text) {
     std::string name(text.substr(i, eq - i));
     for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     i = eq + 1;
-    std::string value;
+    size_t end;
     if (i < text.size() && text[i] == '"') {
-      for (++i; i < text.size() && text[i] != '"'; ++i) {
-        if (text[i] == '\\' && i + 1 < text.size()) ++i;
-        value.push_back(text[i]);
-      }
       ++i;
+      end = text.find('"', i);
+      while (end != std::string_view::npos && !closes_field(end)) end = text.find('"', end + 1);
+      if (end == std::string_view::npos) end = text.size();
+      fields[name] = std::string(text.substr(i, end - i));
+      ++end;
     } else {
-      while (i < text.size() && text[i] != ',') value.push_back(text[i++]);
+      end = std::min(text.find(',', i), text.size());
+      std::string value(text.substr(i, end - i));
       while (!value.empty() && value.back() == ' ') value.pop_back();
+      fields[name] = value;
     }
-    fields[name] = value;
+    i = end;
   }
   return fields;
 }

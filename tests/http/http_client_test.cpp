@@ -257,6 +257,8 @@ TEST_F(BasicAuthTest, AnswersBasicWithTheUrlCredentials) {
 
 TEST_F(DigestAuthTest, AnswersDigestWithTheUrlCredentials) {
   ExpectCredentialsFromTheUrl(client, server, "root:pass");
+  // The response hash covers the target as sent, a trailing backslash included.
+  EXPECT_EQ(Text(client.GetResource("http://root:pass@" + server.Authority() + "/out?a=1:\\")), "GET /out [a=1:\\] []");
   // Digest round trips stay on the kept-alive connection, POSTs included.
   const std::string url = "http://root:pass@" + server.Authority() + "/x";
   for (int i = 0; i < 5; ++i) EXPECT_EQ(Text(client.GetResource(url, "", "b")), "POST /x [] [b]");

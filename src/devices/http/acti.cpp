@@ -61,7 +61,7 @@ std::string ACTi::PortName(int32_t Index) {
 void ACTi::RefreshChannel(int32_t Channel) {
   // Made on the first read; grown (never reset) when a later Connect finds more channels.
   if (ChannelReadTimes.size() < static_cast<size_t>(ChannelCount)) ChannelReadTimes.resize(static_cast<size_t>(ChannelCount), 0);
-  int32_t& readTime = ChannelReadTimes.at(static_cast<size_t>(Channel - 1));
+  int32_t& readTime = ChannelReadTimes[static_cast<size_t>(Channel - 1)];
   if (TickDiff(readTime) <= 500) return;
   if (!RequestCommand("mpeg4", "CHANNEL=" + std::to_string(Channel) + "&DIO_STATUS")) RaiseGettingValue();
   int16_t status = 0;
