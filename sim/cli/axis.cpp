@@ -36,10 +36,10 @@ int Count(const std::string& text) {
   return n;
 }
 
-void AddName(std::map<int, std::string>& names, const std::string& spec) {
-  const size_t eq = spec.find('=');
-  if (eq == std::string::npos) throw std::invalid_argument(spec);
-  names[Count(spec.substr(0, eq))] = spec.substr(eq + 1);
+void AddName(std::map<int, std::string>& names, const std::string& option) {
+  const size_t eq = option.find('=');
+  if (eq == std::string::npos) throw std::invalid_argument(option);
+  names[Count(option.substr(0, eq))] = option.substr(eq + 1);
 }
 
 std::string States(const AxisSim& sim, bool outputs) {
