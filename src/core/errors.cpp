@@ -35,6 +35,8 @@ void RaiseNotAnOutput(int32_t index) {
   Raise(IOErrorInvalidPortDirection, "Port " + std::to_string(int64_t{index} + 1) + "is not an output port");
 }
 
+void RaiseConnectionFailed(std::string description) { Raise(IOErrorConnectionFailed, std::move(description)); }
+
 void RaiseGettingValue() { Raise(IOErrorGettingValue, "Unable to connect to the device"); }
 
 bool RequireBoolean(const Variant& value) {

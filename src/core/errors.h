@@ -14,6 +14,8 @@ namespace vmio {
 
 // 45003 "Not connected".
 [[noreturn]] void RaiseNotConnected();
+// 45001: Connect failed; most drivers say "Unable to connect to the device".
+[[noreturn]] void RaiseConnectionFailed(std::string description = "Unable to connect to the device");
 // 45004 "Port " + (Index + 1) + "is not an output port": the missing blank before "is" is
 // deliberate and hosts compare the text.
 [[noreturn]] void RaiseNotAnOutput(int32_t index);

@@ -28,10 +28,7 @@ constexpr AdamModel kModels[] = {
 
 constexpr int16_t kFirstRelayCoil = 16;
 constexpr int16_t kCoilsRead = 32;
-constexpr int32_t kCacheMs = 500;
 constexpr float kQueryWaitSeconds = 5.0f;
-
-void RaiseConnectionFailed(const char* description) { Raise(IOErrorConnectionFailed, description); }
 
 // The port piece of "host:port" as a number; nothing when it is not one.
 std::optional<uint16_t> ParsePort(std::string_view text) {
@@ -133,7 +130,7 @@ std::string ADAM::GetModelNumber(const std::string& HostName) {
 }
 
 void ADAM::RefreshInputs() {
-  if (TickDiff(LastRefresh) <= kCacheMs) return;
+  if (CacheIsFresh(LastRefresh)) return;
   // Restarted before asking, so a failed read also holds off the next one.
   LastRefresh = GetTickCount();
   const std::vector<uint8_t> data = Modbus.GetCoilData(0, kCoilsRead);

@@ -62,7 +62,7 @@ void RS232::Connect(const std::string& Device) {
     chosen = line_->SetCommPort(port);
   }
   if (!chosen || !line_->SetPortOpen(true)) {
-    Raise(IOErrorConnectionFailed, "Error opening COM port " + (by_path ? Device : std::to_string(port)));
+    RaiseConnectionFailed("Error opening COM port " + (by_path ? Device : std::to_string(port)));
   }
 }
 

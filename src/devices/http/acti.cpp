@@ -31,7 +31,7 @@ bool ACTi::RequestCommand(std::string_view Group, std::string_view Parameters) {
 void ACTi::Connect(const std::string& Device) {
   Host = Device;
   Connected = RequestCommand("system", "SYSTEM_INFO");
-  if (!Connected) Raise(IOErrorConnectionFailed, "Unable to connect to the device");
+  if (!Connected) RaiseConnectionFailed();
   std::string_view firmware;
   if (!LastReply.empty()) {
     for (const Split2DRow& row : Split2D(LastReply, "=", kRowSep)) {
@@ -62,7 +62,7 @@ void ACTi::RefreshChannel(int32_t Channel) {
   // Made on the first read; grown (never reset) when a later Connect finds more channels.
   if (ChannelReadTimes.size() < static_cast<size_t>(ChannelCount)) ChannelReadTimes.resize(static_cast<size_t>(ChannelCount), 0);
   int32_t& readTime = ChannelReadTimes[static_cast<size_t>(Channel - 1)];
-  if (TickDiff(readTime) <= 500) return;
+  if (CacheIsFresh(readTime)) return;
   if (!RequestCommand("mpeg4", "CHANNEL=" + std::to_string(Channel) + "&DIO_STATUS")) RaiseGettingValue();
   int16_t status = 0;
   if (!LastReply.empty()) {

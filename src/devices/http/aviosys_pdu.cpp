@@ -50,7 +50,7 @@ bool AviosysPDU::SendCommand(std::string_view Command) {
 void AviosysPDU::Connect(const std::string& Device) {
   Host = Device;
   Connected = SendCommand("GetPowerNum");
-  if (!Connected) Raise(IOErrorConnectionFailed, "Unable to connect to the device");
+  if (!Connected) RaiseConnectionFailed();
   int32_t sockets = 0;
   if (LastReply == kUnknownPin) {
     fixed_model_ = true;  // never cleared: the numbering stays for later units
@@ -111,7 +111,7 @@ void AviosysPDU::StoreStates(int32_t base, int32_t first) {
 }
 
 void AviosysPDU::RefreshStates() {
-  if (TickDiff(last_read_) < 501) return;
+  if (CacheIsFresh(last_read_)) return;
   if (InputCount > 0) {
     if (!SendCommand("GetIo")) RaiseGettingValue();
     StoreStates(50 + PinOffset(), 0);

@@ -25,7 +25,6 @@ namespace {
 constexpr char kInputOutputGroups[] = "/axis-cgi/view/param.cgi?action=list&group=Input,Output";
 constexpr char kIOPortGroup[] = "/axis-cgi/view/param.cgi?action=list&group=IOPort";
 constexpr std::string_view kNameQuery = "/axis-cgi/operator/param.cgi?action=list&group=";
-constexpr int32_t kCacheMs = 501;
 
 bool IsRefusal(std::string_view reply) { return reply.starts_with("# Error"); }
 
@@ -39,7 +38,7 @@ Split2DTable Rows(const std::string& reply) { return Split2D(reply, "=", "\n"); 
 void Axis::Connect(const std::string& Device) {
   Host = Device;
   Connected = RequestPath(kInputOutputGroups);
-  if (!Connected) Raise(IOErrorConnectionFailed, "Unable to connect to the device");
+  if (!Connected) RaiseConnectionFailed();
   if (IsRefusal(LastReply)) {
     InputCount = 0;
     OutputCount = 0;
@@ -60,7 +59,7 @@ void Axis::Connect(const std::string& Device) {
 
   if (!RequestPath(kIOPortGroup)) {
     Connected = false;
-    Raise(IOErrorConnectionFailed, "Unable to get the device port info");
+    RaiseConnectionFailed("Unable to get the device port info");
   }
   UsesIOPortGroup = !IsRefusal(LastReply);
   if (UsesIOPortGroup) {
@@ -134,7 +133,7 @@ void Axis::RefreshInputs() { Refresh(InputsReadTick, InputCount, "/axis-cgi/io/i
 void Axis::RefreshOutputs() { Refresh(OutputsReadTick, OutputCount, "/axis-cgi/io/output.cgi?check=", 6, InputCount); }
 
 void Axis::Refresh(int32_t& lastRead, int32_t count, std::string_view checkPath, size_t keyPrefix, int32_t offset) {
-  if (TickDiff(lastRead) < kCacheMs) return;
+  if (CacheIsFresh(lastRead)) return;
   std::string path(checkPath);
   for (int32_t k = 1; k <= count; ++k) {
     if (k > 1) path += ',';

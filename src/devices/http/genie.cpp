@@ -30,7 +30,7 @@ int32_t PortOfKey(std::string_view key) {
 void Genie::Connect(const std::string& Device) {
   Host = Device;
   Connected = RequestPath(kCheckPath);
-  if (!Connected) Raise(IOErrorConnectionFailed, "Unable to connect to the device");
+  if (!Connected) RaiseConnectionFailed();
   ResizePorts(InputCount + OutputCount);
   for (int32_t i = 0; i < PortCount; ++i) PortDirections[static_cast<size_t>(i)] = i < InputCount ? IOInput : IOBidirectional;
 }
@@ -44,7 +44,7 @@ std::string Genie::PortName(int32_t Index) {
 }
 
 void Genie::RefreshStates() {
-  if (TickDiff(last_read_) < 501) return;
+  if (CacheIsFresh(last_read_)) return;
   if (!RequestPath(kStatesPath)) RaiseGettingValue();
   for (const Split2DRow& row : Split2D(LastReply, "=", "\n")) {
     const int32_t index = PortOfKey(row.key);

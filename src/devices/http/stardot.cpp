@@ -40,7 +40,7 @@ std::string StarDot::PortName(int32_t Index) {
 }
 
 void StarDot::RefreshStates() {
-  if (TickDiff(LastRead) < 501) return;
+  if (CacheIsFresh(LastRead)) return;
   const std::string reply = FetchPath("/io.cgi");
   if (!reply.empty()) {
     for (const Split2DRow& row : Split2D(reply, "=", kRowSep)) {

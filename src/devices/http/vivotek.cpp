@@ -25,7 +25,7 @@ std::string_view Unquoted(std::string_view value) {
 void Vivotek::Connect(const std::string& Device) {
   Host = Device;
   Connected = RequestPath(kCapabilityPath);
-  if (!Connected) Raise(IOErrorConnectionFailed, "Unable to connect to the device");
+  if (!Connected) RaiseConnectionFailed();
   if (!LastReply.empty()) {
     for (const Split2DRow& row : Split2D(LastReply, "=", kRowSep)) {
       const std::string_view value = Unquoted(row.value);
@@ -81,7 +81,7 @@ void Vivotek::RefreshInputs() { RefreshGroup("/cgi-bin/dido/getdi.cgi?", "di", I
 void Vivotek::RefreshOutputs() { RefreshGroup("/cgi-bin/dido/getdo.cgi?", "do", OutputCount, InputCount, LastOutputRead); }
 
 void Vivotek::RefreshGroup(const char* cgi, const char* item, int32_t count, int32_t offset, int32_t& lastRead) {
-  if (TickDiff(lastRead) < 501) return;
+  if (CacheIsFresh(lastRead)) return;
   std::string path = cgi;
   for (int32_t n = 0; n < count; ++n) {
     if (n > 0) path += '&';
