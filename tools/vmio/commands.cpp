@@ -94,7 +94,7 @@ int Watch(const Invocation& inv) {
 
 int Shell(const Invocation& inv) { return RunShell(inv.in, inv.out); }
 
-int Demo(const Invocation& inv) { return RunDemo(RegisteredDemoTargets(), inv.out) == 0 ? 0 : 1; }
+int Demo(const Invocation& inv) { return RunDemo(DemoTargets(), inv.out) == 0 ? 0 : 1; }
 
 constexpr Command kCommands[] = {
     {"classes", "classes", "list the device classes",

@@ -27,11 +27,6 @@ struct Outcome {
   std::string summary;  // "4 ports, 4 reads, write checked", or the error
 };
 
-bool IsPlaceholder(std::string_view progid) {
-  constexpr std::string_view kPlaceholder = "vmio.iodevice";
-  return std::ranges::equal(progid, kPlaceholder, [](char x, char y) { return (x >= 'A' && x <= 'Z' ? x | 0x20 : x) == y; });
-}
-
 // Prints the entries separated by ";  ", wrapped at kLineWidth, each line indented.
 void PrintWrapped(const std::vector<std::string>& entries, std::ostream& out) {
   const std::string indent(4, ' ');
@@ -118,14 +113,6 @@ Outcome RunTarget(const DemoTarget& target, std::ostream& out) {
 }
 
 }  // namespace
-
-std::vector<DemoTarget> RegisteredDemoTargets() {
-  std::vector<DemoTarget> targets;
-  for (const DemoTarget& t : DemoTargets()) {
-    if (!IsPlaceholder(t.progid)) targets.push_back(t);
-  }
-  return targets;
-}
 
 int RunDemo(std::span<const DemoTarget> targets, std::ostream& out) {
   if (targets.empty()) out << "no simulated devices are registered\n";

@@ -8,9 +8,6 @@
 
 namespace vmio::cli {
 
-// The registered targets except the interface's own placeholder class, which has no device.
-std::vector<DemoTarget> RegisteredDemoTargets();
-
 // For each target: starts its simulator, creates and connects the driver, lists and reads
 // every port, switches the first Boolean output to the opposite state, checks it reads back,
 // switches it back and disconnects. Prints a few lines per target and a summary; a failing

@@ -14,7 +14,6 @@ namespace vmio::cli {
 
 // One entry per driver; add yours with the simulator it runs against.
 static const DemoTarget kTargets[] = {
-    {"VMIO.IODevice", [](std::string& device) { device = "placeholder"; return std::shared_ptr<void>(); }},
     {"VMIO.Axis", [](std::string& device) {
        sim::AxisSimOptions o;
        o.inputs = 4;
