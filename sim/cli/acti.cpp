@@ -1,29 +1,43 @@
 // vmio-sim acti: a simulated ACTi camera or video server with 1 to 4 channels of I/O.
-#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "acti_sim.h"
 #include "http_sim_args.h"
-#include "serve.h"
 
 namespace vmio::sim::cli {
 namespace {
 
-constexpr char kUsage[] =
-    "usage: vmio-sim acti [options]\n"
-    "  --channels N              video channels, 1 to 4, each with 2 inputs and 2 outputs (default 1)\n"
-    "  --firmware VERSION        the firmware version reported (its second character is read as\n"
-    "                            the channel count; default A<N>D-310-V3.12.15-AC)\n"
-    "  --refuse                  answer every command \"ERROR: ...\"\n";
-constexpr char kControlHelp[] =
-    "\n"
-    "Prints \"device: DEVICE\" and serves until interrupted. Lines on standard input:\n"
-    "  input [C:]N on|off        change input N (1 or 2) of channel C (default 1)\n"
-    "  output [C:]N on|off       switch output N of channel C at the device\n"
-    "  refuse on|off             answer every command \"ERROR: ...\" or not\n"
-    "  show                      show every state\n";
+constexpr HttpSimMake kMake{
+    .name = "acti",
+    .options_help =
+        "usage: vmio-sim acti [options]\n"
+        "  --channels N              video channels, 1 to 4, each with 2 inputs and 2 outputs (default 1)\n"
+        "  --firmware VERSION        the firmware version reported (its second character is read as\n"
+        "                            the channel count; default A<N>D-310-V3.12.15-AC)\n"
+        "  --refuse                  answer every command \"ERROR: ...\"\n",
+    .control_help =
+        "  input [C:]N on|off        change input N (1 or 2) of channel C (default 1)\n"
+        "  output [C:]N on|off       switch output N of channel C at the device\n"
+        "  refuse on|off             answer every command \"ERROR: ...\" or not\n"
+        "  show                      show every state\n",
+};
+
+bool ReadOption(ACTiSimOptions& options, const std::vector<std::string>& args, size_t& i) {
+  const std::string& a = args[i];
+  if (a == "--refuse") {
+    options.refuse = true;
+  } else if (a == "--channels") {
+    options.channels = ParseCount(TakeValue(args, i));
+    if (options.channels < 1 || options.channels > 4) throw std::invalid_argument("--channels wants 1 to 4");
+  } else if (a == "--firmware") {
+    options.firmware = TakeValue(args, i);
+  } else {
+    return false;
+  }
+  return true;
+}
 
 std::string Show(const ACTiSim& sim) {
   std::string line;
@@ -48,8 +62,8 @@ std::string Control(ACTiSim& sim, const std::string& line) {
   if ((command == "input" || command == "output") && on) {
     try {
       const size_t colon = target.find(':');
-      const int channel = colon == std::string::npos ? 1 : std::stoi(target.substr(0, colon));
-      const int number = std::stoi(colon == std::string::npos ? target : target.substr(colon + 1));
+      const int channel = colon == std::string::npos ? 1 : ParseCount(target.substr(0, colon));
+      const int number = ParseCount(colon == std::string::npos ? target : target.substr(colon + 1));
       command == "input" ? sim.SetInput(channel, number, *on) : sim.SetOutput(channel, number, *on);
       return Show(sim);
     } catch (const std::exception&) {
@@ -61,42 +75,6 @@ std::string Control(ACTiSim& sim, const std::string& line) {
 
 }  // namespace
 
-int RunACTi(const std::vector<std::string>& args) {
-  std::string error;
-  const std::optional<HttpSimArgs> common = ParseHttpSimArgs(args, error);
-  ACTiSimOptions options;
-  try {
-    if (!common) throw std::invalid_argument(error);
-    options.auth = common->auth;
-    const std::vector<std::string>& rest = common->rest;
-    for (size_t i = 0; i < rest.size(); ++i) {
-      const std::string& a = rest[i];
-      if (a == "--help" || a == "-h") {
-        std::cout << kUsage << kHttpSimOptionsHelp << kControlHelp;
-        return 0;
-      } else if (a == "--refuse") {
-        options.refuse = true;
-      } else if (a == "--channels" && i + 1 < rest.size()) {
-        options.channels = std::stoi(rest[++i]);
-        if (options.channels < 1 || options.channels > 4) throw std::invalid_argument("--channels wants 1 to 4");
-      } else if (a == "--firmware" && i + 1 < rest.size()) {
-        options.firmware = rest[++i];
-      } else {
-        throw std::invalid_argument("bad argument '" + a + "'");
-      }
-    }
-  } catch (const std::exception& e) {
-    std::cerr << "vmio-sim acti: " << e.what() << "\n" << kUsage << kHttpSimOptionsHelp;
-    return 2;
-  }
-  ACTiSim sim(options);
-  try {
-    sim.Start(common->host, common->port);
-  } catch (const std::exception& e) {
-    std::cerr << "vmio-sim acti: " << e.what() << "\n";
-    return 1;
-  }
-  return ServeUntilStopped(sim.DeviceString(), [&sim](const std::string& line) { return Control(sim, line); });
-}
+int RunACTi(const std::vector<std::string>& args) { return RunHttpSim(kMake, args, ReadOption, Control); }
 
 }  // namespace vmio::sim::cli

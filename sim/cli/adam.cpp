@@ -1,5 +1,4 @@
 // vmio-sim adam: a simulated ADAM-6000 Ethernet I/O module (Modbus/TCP and its UDP model query).
-#include <charconv>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -9,7 +8,6 @@
 #include <vector>
 
 #include "adam_sim.h"
-#include "http_sim_args.h"
 #include "serve.h"
 
 namespace vmio::sim::cli {
@@ -31,18 +29,11 @@ constexpr char kUsage[] =
     "  udp answer|silent|no-cr   change how the model query is answered\n"
     "  exception F CODE          answer function F with exception CODE (0: normally)\n";
 
-int Number(const std::string& text) {
-  int n = 0;
-  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), n);
-  if (ec != std::errc() || end != text.data() + text.size() || n < 0) throw std::invalid_argument(text);
-  return n;
-}
-
 AdamUdpMode UdpMode(const std::string& word) {
   if (word == "answer") return AdamUdpMode::Answer;
   if (word == "silent") return AdamUdpMode::Silent;
   if (word == "no-cr") return AdamUdpMode::NoCarriageReturn;
-  throw std::invalid_argument(word);
+  throw BadArgument(word);
 }
 
 std::string States(const AdamSim& sim, bool relays) {
@@ -62,8 +53,8 @@ std::string Control(AdamSim& sim, const std::string& line) {
     if (command == "inputs" || command == "relays") return States(sim, command == "relays");
     if (command == "input") {
       const std::optional<bool> on = ParseOnOff(second);
-      if (!on) throw std::invalid_argument(second);
-      sim.SetInput(Number(first), *on);
+      if (!on) throw BadArgument(second);
+      sim.SetInput(ParseCount(first), *on);
       return States(sim, false);
     }
     if (command == "udp") {
@@ -71,11 +62,11 @@ std::string Control(AdamSim& sim, const std::string& line) {
       return "ok";
     }
     if (command == "exception") {
-      sim.SetException(Number(first), Number(second));
+      sim.SetException(ParseCount(first), ParseCount(second));
       return "ok";
     }
   } catch (const std::exception& e) {
-    return "error: bad argument '" + std::string(e.what()) + "'";
+    return "error: " + std::string(e.what());
   }
   return "error: unknown command '" + line + "' (input N on|off, inputs, relays, udp MODE, exception F CODE)";
 }
@@ -87,42 +78,32 @@ int RunAdam(const std::vector<std::string>& args) {
   options.udp_port = 1025;
   bool udp_port_given = false;
   std::vector<std::pair<int, int>> exceptions;
-  try {
-    for (size_t i = 0; i < args.size(); ++i) {
-      const std::string& a = args[i];
-      if (a == "--help" || a == "-h") {
-        std::cout << kUsage;
-        return 0;
-      }
-      if (i + 1 >= args.size()) throw std::invalid_argument(a);
-      const std::string& v = args[++i];
-      if (a == "--listen") {
-        const size_t colon = v.rfind(':');
-        if (colon == std::string::npos) throw std::invalid_argument(v);
-        options.host = v.substr(0, colon);
-        options.modbus_port = Number(v.substr(colon + 1));
-      } else if (a == "--model") {
-        options.model = v;
-      } else if (a == "--udp-port") {
-        options.udp_port = Number(v);
-        udp_port_given = true;
-      } else if (a == "--udp") {
-        options.udp_mode = UdpMode(v);
-      } else if (a == "--exception") {
-        const size_t eq = v.find('=');
-        if (eq == std::string::npos) throw std::invalid_argument(v);
-        exceptions.emplace_back(Number(v.substr(0, eq)), Number(v.substr(eq + 1)));
-      } else {
-        throw std::invalid_argument(a);
-      }
+  const auto read_option = [&](const std::vector<std::string>& a, size_t& i) {
+    const std::string& option = a[i];
+    if (option == "--listen") {
+      ParseListen(TakeValue(a, i), options.host, options.modbus_port);
+    } else if (option == "--model") {
+      options.model = TakeValue(a, i);
+    } else if (option == "--udp-port") {
+      options.udp_port = ParseCount(TakeValue(a, i));
+      udp_port_given = true;
+    } else if (option == "--udp") {
+      options.udp_mode = UdpMode(TakeValue(a, i));
+    } else if (option == "--exception") {
+      const std::string& v = TakeValue(a, i);
+      const size_t eq = v.find('=');
+      if (eq == std::string::npos) return false;
+      exceptions.emplace_back(ParseCount(v.substr(0, eq)), ParseCount(v.substr(eq + 1)));
+    } else {
+      return false;
     }
-  } catch (const std::exception& e) {
-    std::cerr << "vmio-sim adam: bad argument '" << e.what() << "'\n" << kUsage;
-    return 2;
-  }
-  auto sim = std::make_unique<AdamSim>(options);
-  try {
+    return true;
+  };
+  if (const std::optional<int> exit_code = ReadOptions("adam", kUsage, kUsage, args, read_option)) return *exit_code;
+  std::unique_ptr<AdamSim> sim;
+  const auto start = [&] {
     try {
+      sim = std::make_unique<AdamSim>(options);
       sim->Start();
     } catch (const std::exception& e) {
       if (udp_port_given) throw;
@@ -132,13 +113,11 @@ int RunAdam(const std::vector<std::string>& args) {
       sim->Start();
     }
     for (const auto& [function, code] : exceptions) sim->SetException(function, code);
-  } catch (const std::exception& e) {
-    std::cerr << "vmio-sim adam: " << e.what() << "\n";
-    return 1;
-  }
-  std::cerr << "vmio-sim adam: model " << options.model << ", model query on UDP " << options.host << ":"
-            << sim->UdpPort() << "\n";
-  return ServeUntilStopped(sim->DeviceString(), [&sim](const std::string& line) { return Control(*sim, line); });
+    std::cerr << "vmio-sim adam: model " << options.model << ", model query on UDP " << options.host << ":"
+              << sim->UdpPort() << "\n";
+    return sim->DeviceString();
+  };
+  return StartAndServe("adam", start, [&sim](const std::string& line) { return Control(*sim, line); });
 }
 
 }  // namespace vmio::sim::cli

@@ -1,27 +1,32 @@
 // vmio-sim genie: a simulated Genie device with two sensors, two alarm outputs and a buzzer.
-#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "genie_sim.h"
 #include "http_sim_args.h"
-#include "serve.h"
 
 namespace vmio::sim::cli {
 namespace {
 
-constexpr char kUsage[] =
-    "usage: vmio-sim genie [options]\n"
-    "  --crlf                    end reply lines with CR LF instead of LF\n";
-constexpr char kControlHelp[] =
-    "\n"
-    "Prints \"device: DEVICE\" and serves until interrupted. Lines on standard input:\n"
-    "  input N on|off            change sensor N (1 or 2)\n"
-    "  state KEY N               set a state to the number the device reports (GIS_ALARM1 2)\n"
-    "  show                      show every state\n";
+constexpr HttpSimMake kMake{
+    .name = "genie",
+    .options_help =
+        "usage: vmio-sim genie [options]\n"
+        "  --crlf                    end reply lines with CR LF instead of LF\n",
+    .control_help =
+        "  input N on|off            change sensor N (1 or 2)\n"
+        "  state KEY N               set a state to the number the device reports (GIS_ALARM1 2)\n"
+        "  show                      show every state\n",
+};
 
 constexpr const char* kKeys[] = {"GIS_SENSOR1", "GIS_SENSOR2", "GIS_ALARM1", "GIS_ALARM2", "GIS_BUZZER"};
+
+bool ReadOption(GenieSimOptions& options, const std::vector<std::string>& args, size_t& i) {
+  if (args[i] != "--crlf") return false;
+  options.line_end = "\r\n";
+  return true;
+}
 
 std::string Show(const GenieSim& sim) {
   std::string line;
@@ -41,7 +46,7 @@ std::string Control(GenieSim& sim, const std::string& line) {
   }
   if (command == "state" && !value.empty() && value.find_first_not_of("0123456789") == std::string::npos) {
     try {
-      sim.SetState(target, std::stoi(value));
+      sim.SetState(target, ParseCount(value));
       return Show(sim);
     } catch (const std::exception&) {
       return "error: no state " + target + " " + value;
@@ -52,34 +57,6 @@ std::string Control(GenieSim& sim, const std::string& line) {
 
 }  // namespace
 
-int RunGenie(const std::vector<std::string>& args) {
-  std::string error;
-  const std::optional<HttpSimArgs> common = ParseHttpSimArgs(args, error);
-  if (!common) {
-    std::cerr << "vmio-sim genie: " << error << "\n" << kUsage << kHttpSimOptionsHelp;
-    return 2;
-  }
-  GenieSimOptions options;
-  options.auth = common->auth;
-  for (const std::string& a : common->rest) {
-    if (a == "--help" || a == "-h") {
-      std::cout << kUsage << kHttpSimOptionsHelp << kControlHelp;
-      return 0;
-    }
-    if (a != "--crlf") {
-      std::cerr << "vmio-sim genie: bad argument '" << a << "'\n" << kUsage << kHttpSimOptionsHelp;
-      return 2;
-    }
-    options.line_end = "\r\n";
-  }
-  GenieSim sim(options);
-  try {
-    sim.Start(common->host, common->port);
-  } catch (const std::exception& e) {
-    std::cerr << "vmio-sim genie: " << e.what() << "\n";
-    return 1;
-  }
-  return ServeUntilStopped(sim.DeviceString(), [&sim](const std::string& line) { return Control(sim, line); });
-}
+int RunGenie(const std::vector<std::string>& args) { return RunHttpSim(kMake, args, ReadOption, Control); }
 
 }  // namespace vmio::sim::cli

@@ -1,59 +1,58 @@
 #include "http_sim_args.h"
 
-#include <charconv>
-
 namespace vmio::sim::cli {
 
-std::optional<HttpSimArgs> ParseHttpSimArgs(const std::vector<std::string>& args, std::string& error) {
+std::string HttpSimUsage(const HttpSimMake& make) {
+  return std::string(make.options_help) +
+         "  --listen HOST:PORT        address to serve on (default 127.0.0.1:0, an ephemeral port)\n"
+         "  --user U --password P     require these credentials\n"
+         "  --auth basic|digest       how credentials are checked (default " +
+         (make.default_auth == AuthScheme::Digest ? "digest" : "basic") + ")\n";
+}
+
+std::string HttpSimHelp(const HttpSimMake& make) {
+  return HttpSimUsage(make) +
+         "\n"
+         "Prints \"device: DEVICE\" and serves until interrupted. Lines on standard input:\n" +
+         std::string(make.control_help);
+}
+
+std::optional<HttpSimArgs> ReadHttpSimOptions(const HttpSimMake& make, const std::vector<std::string>& args,
+                                              const OptionReader& read_option, int& exit_code) {
   HttpSimArgs out;
   std::string auth_name;
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& arg = args[i];
-    const bool takes_value = arg == "--listen" || arg == "--user" || arg == "--password" || arg == "--auth";
-    if (!takes_value) {
-      out.rest.push_back(arg);
-      continue;
-    }
-    if (i + 1 >= args.size()) {
-      error = arg + " needs a value";
-      return std::nullopt;
-    }
-    const std::string& value = args[++i];
-    if (arg == "--listen") {
-      const size_t colon = value.rfind(':');
-      const char* end = value.data() + value.size();
-      const auto [ptr, ec] = colon == std::string::npos ? std::from_chars(end, end, out.port)
-                                                        : std::from_chars(value.data() + colon + 1, end, out.port);
-      if (colon == std::string::npos || ec != std::errc() || ptr != end || out.port < 0 || out.port > 65535) {
-        error = "--listen wants HOST:PORT, not '" + value + "'";
-        return std::nullopt;
+  const auto read_common_or_own = [&](const std::vector<std::string>& a, size_t& i) {
+    const std::string& option = a[i];
+    if (option == "--listen") {
+      ParseListen(TakeValue(a, i), out.host, out.port);
+    } else if (option == "--user") {
+      out.auth.user = TakeValue(a, i);
+    } else if (option == "--password") {
+      out.auth.password = TakeValue(a, i);
+    } else if (option == "--auth") {
+      auth_name = TakeValue(a, i);
+      if (auth_name != "basic" && auth_name != "digest") {
+        throw std::invalid_argument("--auth wants basic or digest, not '" + auth_name + "'");
       }
-      out.host = value.substr(0, colon);
-    } else if (arg == "--user") {
-      out.auth.user = value;
-    } else if (arg == "--password") {
-      out.auth.password = value;
     } else {
-      auth_name = value;
+      return read_option(a, i);
     }
-  }
-  if (!auth_name.empty() && auth_name != "basic" && auth_name != "digest") {
-    error = "--auth wants basic or digest, not '" + auth_name + "'";
+    return true;
+  };
+  const std::string usage = HttpSimUsage(make);
+  if (const std::optional<int> code = ReadOptions(make.name, HttpSimHelp(make), usage, args, read_common_or_own)) {
+    exit_code = *code;
     return std::nullopt;
   }
   if (!out.auth.user.empty() || !out.auth.password.empty()) {
-    out.auth.scheme = auth_name == "digest" ? AuthScheme::Digest : AuthScheme::Basic;
+    out.auth.scheme = auth_name.empty() ? make.default_auth
+                      : auth_name == "digest" ? AuthScheme::Digest
+                                              : AuthScheme::Basic;
   } else if (!auth_name.empty()) {
-    error = "--auth needs --user and --password";
+    exit_code = BadCommandLine(make.name, "--auth needs --user and --password", usage);
     return std::nullopt;
   }
   return out;
-}
-
-std::optional<bool> ParseOnOff(const std::string& word) {
-  if (word == "on" || word == "1") return true;
-  if (word == "off" || word == "0") return false;
-  return std::nullopt;
 }
 
 }  // namespace vmio::sim::cli

@@ -1,4 +1,5 @@
 // vmio-sim: simulated devices for tests, demos and integrators without hardware.
+#include <iomanip>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -18,7 +19,6 @@ int RunAdam(const std::vector<std::string>& args);  // adam.cpp
 
 // One entry per make; each runner lives in its own file in this folder.
 static const SimCommand kCommands[] = {
-    {"none", "placeholder until the first simulator lands", [](const std::vector<std::string>&) { return 0; }},
     {"axis", "an Axis camera with digital inputs and outputs (CGI over HTTP)", &RunAxis},
     {"serial", "an instrument answering text commands on a pseudo-terminal", &RunSerial},
     {"genie", "a Genie device: two sensors, two alarm outputs and a buzzer (/httpapi/ over HTTP)", &RunGenie},
@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
   const std::vector<std::string> args(argv + 1, argv + argc);
   if (args.empty() || args[0] == "--help" || args[0] == "-h") {
     std::cout << "usage: vmio-sim MAKE [options]   (vmio-sim MAKE --help for the options)\n\nmakes:\n";
-    for (const auto& c : SimCommands()) std::cout << "  " << c.name << "  " << c.help << "\n";
+    for (const auto& c : SimCommands()) std::cout << "  " << std::left << std::setw(9) << c.name << c.help << "\n";
     return args.empty() ? 2 : 0;
   }
   for (const auto& c : SimCommands()) {

@@ -1,7 +1,5 @@
 // vmio-sim serial: an instrument answering text commands on a pseudo-terminal.
-#include <charconv>
-#include <iostream>
-#include <stdexcept>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -30,7 +28,7 @@ int HexDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  throw std::invalid_argument(std::string(1, c));
+  throw BadArgument(std::string(1, c));
 }
 
 std::string Unescape(const std::string& text) {
@@ -40,18 +38,18 @@ std::string Unescape(const std::string& text) {
       out += text[i];
       continue;
     }
-    if (++i >= text.size()) throw std::invalid_argument(text);
+    if (++i >= text.size()) throw BadArgument(text);
     switch (text[i]) {
       case 'r': out += '\r'; break;
       case 'n': out += '\n'; break;
       case 't': out += '\t'; break;
       case '\\': out += '\\'; break;
       case 'x':
-        if (i + 2 >= text.size()) throw std::invalid_argument(text);
+        if (i + 2 >= text.size()) throw BadArgument(text);
         out += static_cast<char>(HexDigit(text[i + 1]) * 16 + HexDigit(text[i + 2]));
         i += 2;
         break;
-      default: throw std::invalid_argument(text);
+      default: throw BadArgument(text);
     }
   }
   return out;
@@ -72,13 +70,6 @@ std::string Escape(const std::string& bytes) {
   return out;
 }
 
-int Milliseconds(const std::string& text) {
-  int n = 0;
-  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), n);
-  if (ec != std::errc() || end != text.data() + text.size() || n < 0) throw std::invalid_argument(text);
-  return n;
-}
-
 std::string Control(SerialSim& sim, const std::string& line) {
   if (line.starts_with("send ")) {
     try {
@@ -88,8 +79,8 @@ std::string Control(SerialSim& sim, const std::string& line) {
       return "error: bad escape in '" + line + "'";
     }
   }
-  if (line == "silent on" || line == "silent off") {
-    sim.SetSilent(line == "silent on");
+  if (line.starts_with("silent ") && ParseOnOff(line.substr(7))) {
+    sim.SetSilent(*ParseOnOff(line.substr(7)));
     return "ok";
   }
   if (line == "received") return "received: " + Escape(sim.Received());
@@ -103,46 +94,35 @@ int RunSerial(const std::vector<std::string>& args) {
   std::string listen_line;
   int interval = 1000;
   bool silent = false;
-  try {
-    for (size_t i = 0; i < args.size(); ++i) {
-      const std::string& a = args[i];
-      if (a == "--help" || a == "-h") {
-        std::cout << kUsage;
-        return 0;
-      }
-      if (a == "--silent") {
-        silent = true;
-        continue;
-      }
-      if (i + 1 >= args.size()) throw std::invalid_argument(a);
-      const std::string& v = args[++i];
-      if (a == "--reply") {
-        const size_t eq = v.find('=');
-        if (eq == std::string::npos || eq == 0) throw std::invalid_argument(v);
-        replies.emplace_back(Unescape(v.substr(0, eq)), Unescape(v.substr(eq + 1)));
-      } else if (a == "--listen-line") {
-        listen_line = Unescape(v);
-      } else if (a == "--interval") {
-        interval = Milliseconds(v);
-      } else {
-        throw std::invalid_argument(a);
-      }
+  const auto read_option = [&](const std::vector<std::string>& a, size_t& i) {
+    const std::string& option = a[i];
+    if (option == "--silent") {
+      silent = true;
+    } else if (option == "--reply") {
+      const std::string& v = TakeValue(a, i);
+      const size_t eq = v.find('=');
+      if (eq == std::string::npos || eq == 0) return false;
+      replies.emplace_back(Unescape(v.substr(0, eq)), Unescape(v.substr(eq + 1)));
+    } else if (option == "--listen-line") {
+      listen_line = Unescape(TakeValue(a, i));
+    } else if (option == "--interval") {
+      interval = ParseCount(TakeValue(a, i));
+    } else {
+      return false;
     }
-  } catch (const std::exception& e) {
-    std::cerr << "vmio-sim serial: bad argument '" << e.what() << "'\n" << kUsage;
-    return 2;
-  }
+    return true;
+  };
+  if (const std::optional<int> exit_code = ReadOptions("serial", kUsage, kUsage, args, read_option)) return *exit_code;
   if (replies.empty()) replies.emplace_back("T?", "21.4\r\n");
-  try {
-    SerialSim sim;
-    for (auto& [command, reply] : replies) sim.SetReply(command, SerialReply{.text = reply});
-    if (!listen_line.empty()) sim.SetListenLine(listen_line, interval);
-    sim.SetSilent(silent);
-    return ServeUntilStopped(sim.Path(), [&sim](const std::string& line) { return Control(sim, line); });
-  } catch (const std::runtime_error& e) {
-    std::cerr << "vmio-sim serial: " << e.what() << "\n";
-    return 1;
-  }
+  std::unique_ptr<SerialSim> sim;
+  const auto start = [&] {
+    sim = std::make_unique<SerialSim>();
+    for (auto& [command, reply] : replies) sim->SetReply(command, SerialReply{.text = reply});
+    if (!listen_line.empty()) sim->SetListenLine(listen_line, interval);
+    sim->SetSilent(silent);
+    return sim->Path();
+  };
+  return StartAndServe("serial", start, [&sim](const std::string& line) { return Control(*sim, line); });
 }
 
 }  // namespace vmio::sim::cli

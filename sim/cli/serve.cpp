@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <charconv>
 #include <cstdio>
 #include <iostream>
 
@@ -16,7 +17,75 @@ void OnSignal(int) { g_stop = true; }
 
 }  // namespace
 
-int ServeUntilStopped(const std::string& device, const std::function<std::string(const std::string& line)>& control) {
+std::optional<int> ReadOptions(std::string_view make, std::string_view help, std::string_view usage,
+                               const std::vector<std::string>& args, const OptionReader& read_option) {
+  try {
+    for (size_t i = 0; i < args.size(); ++i) {
+      if (args[i] == "--help" || args[i] == "-h") {
+        std::cout << help;
+        return 0;
+      }
+      if (!read_option(args, i)) throw BadArgument(args[i]);
+    }
+  } catch (const std::exception& e) {
+    return BadCommandLine(make, e.what(), usage);
+  }
+  return std::nullopt;
+}
+
+int BadCommandLine(std::string_view make, std::string_view message, std::string_view usage) {
+  std::cerr << "vmio-sim " << make << ": " << message << "\n" << usage;
+  return 2;
+}
+
+std::invalid_argument BadArgument(const std::string& text) {
+  return std::invalid_argument("bad argument '" + text + "'");
+}
+
+const std::string& TakeValue(const std::vector<std::string>& args, size_t& i) {
+  if (i + 1 >= args.size()) throw BadArgument(args[i]);
+  return args[++i];
+}
+
+int ParseCount(const std::string& text) {
+  int n = 0;
+  const char* end = text.data() + text.size();
+  const auto [ptr, ec] = std::from_chars(text.data(), end, n);
+  if (text.empty() || ec != std::errc() || ptr != end || n < 0) throw BadArgument(text);
+  return n;
+}
+
+std::optional<bool> ParseOnOff(const std::string& word) {
+  if (word == "on" || word == "1") return true;
+  if (word == "off" || word == "0") return false;
+  return std::nullopt;
+}
+
+void ParseListen(const std::string& value, std::string& host, int& port) {
+  const size_t colon = value.rfind(':');
+  int n = -1;
+  if (colon != std::string::npos) {
+    const char* end = value.data() + value.size();
+    const auto [ptr, ec] = std::from_chars(value.data() + colon + 1, end, n);
+    if (ec != std::errc() || ptr != end) n = -1;
+  }
+  if (n < 0 || n > 65535) throw std::invalid_argument("--listen wants HOST:PORT, not '" + value + "'");
+  host = value.substr(0, colon);
+  port = n;
+}
+
+int StartAndServe(std::string_view make, const std::function<std::string()>& start, const LineControl& control) {
+  std::string device;
+  try {
+    device = start();
+  } catch (const std::exception& e) {
+    std::cerr << "vmio-sim " << make << ": " << e.what() << "\n";
+    return 1;
+  }
+  return ServeUntilStopped(device, control);
+}
+
+int ServeUntilStopped(const std::string& device, const LineControl& control) {
   struct sigaction sa {};
   sa.sa_handler = OnSignal;
   sigaction(SIGINT, &sa, nullptr);
