@@ -34,7 +34,8 @@ int32_t SendBytes(SocketHandle s, std::span<const uint8_t> bytes);
 // Waits up to whole seconds for s to become readable (0 polls): 1 ready, 0 timed out,
 // -1 failed.
 int32_t SelectReadable(SocketHandle s, int32_t seconds);
-// One recv: the byte count, 0 when the peer closed, -1 on failure.
+// One recv that does not wait: the byte count, 0 when the peer closed, -1 on failure (or
+// when nothing is there after all).
 int32_t ReceiveBytes(SocketHandle s, uint8_t* buffer, int32_t length, int32_t flags);
 void CloseSocket(SocketHandle s);
 // The code of the last failed socket call, for trace texts.

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <atomic>
 #include <chrono>
+#include <csignal>
 #include <numeric>
+#include <thread>
 
 #include "loopback_peer.h"
 #include "net/lists.h"
@@ -75,6 +79,27 @@ TEST(RecvTimeout, WaitsWholeSecondsRoundingHalvesToEven) {
   EXPECT_EQ(result, -2);
   EXPECT_GE(waited, 0.95);
   EXPECT_LT(waited, 1.8);
+
+  // Signals arriving every 100 ms (a host's interval timer, say) do not restart the wait.
+  struct sigaction ignore {}, before{};
+  ignore.sa_handler = [](int) {};
+  sigaction(SIGUSR1, &ignore, &before);
+  std::atomic<bool> done = false;
+  const pthread_t waiter = pthread_self();
+  std::thread interrupter([&] {
+    for (int i = 0; i < 40; ++i) {  // 4 s at most
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      if (done) break;
+      pthread_kill(waiter, SIGUSR1);
+    }
+  });
+  const double interrupted = SecondsOf([&] { result = RecvTimeout(pair.ours, buffer, 16, 0, 1.0f); });
+  done = true;
+  interrupter.join();
+  sigaction(SIGUSR1, &before, nullptr);
+  EXPECT_EQ(result, -2);
+  EXPECT_GE(interrupted, 0.95);
+  EXPECT_LT(interrupted, 1.8);
 }
 
 TEST(RecvTimeout, ReturnsWhatOneRecvGivesAndZeroForAClosedPeer) {

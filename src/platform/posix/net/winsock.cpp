@@ -8,7 +8,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 
 namespace vmio {
@@ -61,16 +63,22 @@ int32_t SelectReadable(SocketHandle s, int32_t seconds) {
   }
   // poll rather than select: a descriptor above FD_SETSIZE must not overrun an fd_set.
   pollfd p{Fd(s), POLLIN, 0};
-  const int ms = seconds > INT_MAX / 1000 ? INT_MAX : seconds * 1000;
+  // A signal cuts poll short; waiting again for the whole time would let a host's periodic
+  // signals stretch the wait without end, so only what is left of it is waited again.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   int r;
-  do r = poll(&p, 1, ms);
-  while (r < 0 && errno == EINTR);
+  do {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    r = poll(&p, 1, static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX)));
+  } while (r < 0 && errno == EINTR);
   return r < 0 ? -1 : r;
 }
 
 int32_t ReceiveBytes(SocketHandle s, uint8_t* buffer, int32_t length, int32_t flags) {
   ssize_t n;
-  do n = recv(Fd(s), buffer, length < 0 ? 0 : static_cast<size_t>(length), flags);
+  // Never blocks: Linux may report a UDP socket readable and then drop the datagram for a bad
+  // checksum, and a blocking recv would then wait past the time-out for good.
+  do n = recv(Fd(s), buffer, length < 0 ? 0 : static_cast<size_t>(length), flags | MSG_DONTWAIT);
   while (n < 0 && errno == EINTR);
   return n < 0 ? -1 : static_cast<int32_t>(n);
 }
