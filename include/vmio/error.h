@@ -9,7 +9,7 @@ namespace vmio {
 class AutomationError : public std::runtime_error {
  public:
   // A run-time error with the automation run-time's standard text for its number
-  // (5, 6, 9, 13, 91, 429, 438, 450, 457); an empty description for other numbers.
+  // (5, 6, 7, 9, 13, 91, 429, 438, 450, 457); an empty description for other numbers.
   explicit AutomationError(int32_t number);
   AutomationError(int32_t number, std::string description);
 

@@ -10,6 +10,7 @@ std::string StandardErrorText(int32_t number) {
   switch (number) {
     case 5: return "Invalid procedure call or argument";
     case 6: return "Overflow";
+    case 7: return "Out of memory";
     case 9: return "Subscript out of range";
     case 13: return "Type mismatch";
     case 91: return "Object variable or With block variable not set";

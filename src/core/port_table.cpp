@@ -1,5 +1,7 @@
 #include "core/port_table.h"
 
+#include <cstdint>
+
 #include "core/errors.h"
 
 namespace vmio {
@@ -24,8 +26,14 @@ int32_t PortTableDevice::PortType(int32_t Index) {
   return vtBool;
 }
 
-void PortTableDevice::ResizePorts(int32_t count) {
-  PortCount = count;
+void PortTableDevice::ResizePorts(int64_t count) {
+  if (count < 0 || count > kMaxPorts) {
+    Connected = false;
+    if (count < 0) Raise(9);
+    if (count > INT32_MAX) Raise(6);
+    Raise(7);
+  }
+  PortCount = static_cast<int32_t>(count);
   PortDirections.assign(static_cast<size_t>(count), 0);
   PortValues.assign(static_cast<size_t>(count), false);
 }

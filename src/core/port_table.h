@@ -24,8 +24,14 @@ class PortTableDevice : public IODevice {
   int32_t PortType(int32_t Index) override;
 
  protected:
-  // Sizes the table to count ports: directions 0, values false.
-  void ResizePorts(int32_t count);
+  // The most ports a table takes; a device that claims more is refused before the table is
+  // allocated (and before a refresh names every one of them in a request).
+  static constexpr int32_t kMaxPorts = 65536;
+
+  // Sizes the table to count ports: directions 0, values false. A count read from a device
+  // that the table cannot take fails the Connect that asked: Connected is cleared, the table
+  // is left as it was, and 9 (negative), 6 (beyond 32 bits) or 7 (above kMaxPorts) is raised.
+  void ResizePorts(int64_t count);
   // Raises 9 unless 0 <= Index < PortCount.
   void CheckIndex(int32_t Index) const;
   bool Value(int32_t Index) const;

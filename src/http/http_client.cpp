@@ -175,6 +175,8 @@ HTTPClient::~HTTPClient() = default;
 
 void HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders, const std::string& PostData,
                          HttpBodySink& sink) {
+  // A session that failed to re-open (UserAgent) leaves none: the request cannot start.
+  if (!session_) Raise(13101, "Failed to initialise the HTTP session");
   std::string url_storage;
   std::string headers_storage;
   std::string post_storage;
@@ -240,13 +242,15 @@ void HTTPClient::UserAgent(const std::string& NewUserAgent) {
   session_ = OpenSession(user_agent_);
 }
 
-void HTTPClient::Timeout(int32_t NewTimeout) { session_->SetReceiveTimeout(static_cast<uint32_t>(NewTimeout)); }
+void HTTPClient::Timeout(int32_t NewTimeout) {
+  if (session_) session_->SetReceiveTimeout(static_cast<uint32_t>(NewTimeout));
+}
 
 bool HTTPClient::Working() const { return active_requests_ >= 1; }
 
 std::string HTTPClient::LastResponse() const {
   std::string buffer(kLastResponseChars, '\0');
-  const std::string text = session_->LastResponse();
+  const std::string text = session_ ? session_->LastResponse() : std::string();
   std::copy_n(text.begin(), std::min(text.size(), kLastResponseChars - 1), buffer.begin());
   return buffer;
 }

@@ -68,6 +68,17 @@ TEST(AviosysPDU, AUnitWithASocketCountHasThatManySocketsNamedByTheUnit) {
   mute.Start();
   pdu.Connect(mute.DeviceString());
   EXPECT_EQ(Names(pdu), (std::vector<std::string>{"Port 1", "Port 2", "Port 3", "Port 4"}));
+
+  // Beyond "Z" the letters go on through code page 1252: socket 99 is asked as byte 0xA4.
+  AviosysSimOptions large;
+  large.sockets = 100;
+  large.names.resize(100);
+  large.names[99] = "Far";
+  AviosysSim big(large);
+  big.Start();
+  pdu.Connect(big.DeviceString());
+  EXPECT_EQ(pdu.PortName(99), "Far");
+  EXPECT_EQ(Sent(big, "GetPortName\xA4"), 1);
 }
 
 TEST(AviosysPDU, TheFixedModelHasEightInputsAndEightSocketsNumberedFrom51And61) {

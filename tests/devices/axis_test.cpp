@@ -340,15 +340,14 @@ TEST(Axis, ReadsOddRepliesAsTheDeviceWrote) {
   std::mutex m;
   std::string counts = "root.Input.NbrOfInputs=2.5\nroot.Output.NbrOfOutputs=1.5 outputs\n";
   std::string states = "port3=1\nport0=1\nportx=1\nport1=\nport4=1\n";
+  std::string ioport =
+      "root.IOPort.I1.Direction=output\nroot.IOPort.I2.Output.Name=Door\n"
+      "root.IOPort.I0.Direction=input\nroot.IOPort.I3.Direction=out\n";
   sim::HttpSimServer server([&](const sim::HttpRequestInfo& r) -> sim::HttpReply {
     std::lock_guard lock(m);
     if (r.query.ends_with("group=Input,Output")) return {200, counts};
-    if (r.query.ends_with("group=IOPort")) {
-      return {200,
-              "root.IOPort.I1.Direction=output\nroot.IOPort.I2.Output.Name=Door\n"
-              "root.IOPort.I0.Direction=input\nroot.IOPort.I3.Direction=out\n"};
-    }
-    if (r.path == "/axis-cgi/io/port.cgi") return {200, states};
+    if (r.query.ends_with("group=IOPort")) return {200, ioport};
+    if (r.path == "/axis-cgi/io/port.cgi" || r.path == "/axis-cgi/io/input.cgi") return {200, states};
     return {404, "Not Found"};
   });
   server.Start();
@@ -374,6 +373,28 @@ TEST(Axis, ReadsOddRepliesAsTheDeviceWrote) {
   Axis other;  // a fresh cache clock
   other.Connect(server.DeviceString());
   EXPECT_EQ(Raised([&] { other.PortValue(0); }), "9 Subscript out of range");
+
+  // Counts no table can take fail the Connect and leave the object unconnected.
+  {
+    std::lock_guard lock(m);
+    counts = "root.Input.NbrOfInputs=-5\n";
+  }
+  EXPECT_EQ(Raised([&] { other.Connect(server.DeviceString()); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { other.Ports(); }), "45003 Not connected");
+  EXPECT_EQ(other.PortDirection(3), IOBidirectional);  // the last table stands
+
+  // Two ports from absurd counts: the input check lists no more numbers than the table holds.
+  {
+    std::lock_guard lock(m);
+    counts = "root.Input.NbrOfInputs=2000000000\nroot.Output.NbrOfOutputs=-1999999998\n";
+    ioport = "# Error: Error -1 getting param in group 'IOPort'\n";
+    states = "input2=1\n";
+  }
+  Axis absurd;
+  absurd.Connect(server.DeviceString());
+  EXPECT_EQ(absurd.Ports(), 2);
+  EXPECT_TRUE(Read(absurd, 1));
+  EXPECT_EQ(server.RequestLog().back(), "/axis-cgi/io/input.cgi?check=1,2");
 }
 
 }  // namespace

@@ -83,6 +83,15 @@ TEST(StarDot, InfoGivesAnOptionalRelayAndInputsAllNamedInput) {
   s.Connect(odd.DeviceString());
   EXPECT_EQ(Names(s), (std::vector<std::string>{"Relay/3", "Input/1"}));
 
+  // An input count no table can take fails the Connect and leaves the last table whole.
+  ScriptedCamera negative("relay=1\nexternal_inputs=-3\n");
+  EXPECT_EQ(Raised([&] { s.Connect(negative.DeviceString()); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { s.Ports(); }), "45003 Not connected");
+  ScriptedCamera huge("external_inputs=2147483647\n");
+  EXPECT_EQ(Raised([&] { s.Connect(huge.DeviceString()); }), "6 Overflow");
+  EXPECT_EQ(s.PortName(1), "Input");
+  s.Connect(odd.DeviceString());
+
   s.Disconnect();
   EXPECT_EQ(Raised([&] { s.Ports(); }), "45003 Not connected");
   EXPECT_EQ(Raised([&] { s.PortValue(0); }), "45003 Not connected");

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "http_sim_server.h"
@@ -73,7 +74,7 @@ TEST(Vivotek, CapabilityListGivesInputsThenOutputsQuotedOrNot) {
   EXPECT_EQ(older.Server().RequestCount(), 1);
 }
 
-TEST(Vivotek, CountsTheListDoesNotNameKeepTheirLastValue) {
+TEST(Vivotek, CountsKeepTheirLastValueWhenTheListLacksThemOrNoTableCanTakeThem) {
   // Rows ending in LF alone are not rows here: the list names no count at all.
   VivotekSimOptions lf = Layout(4, 4);
   lf.line_end = "\n";
@@ -90,6 +91,37 @@ TEST(Vivotek, CountsTheListDoesNotNameKeepTheirLastValue) {
   v.Connect(device.DeviceString());
   v.Connect(unsplit.DeviceString());
   EXPECT_EQ(Names(v), (std::vector<std::string>{"Input 1/1", "Input 2/1", "Output 1/3"}));
+
+  // Counts no table can take fail the Connect, unconnected, with the last table and counts kept.
+  std::mutex m;
+  std::string capability;
+  const auto answer = [&](std::string reply) {
+    std::lock_guard lock(m);
+    capability = std::move(reply);
+  };
+  sim::HttpSimServer odd([&](const sim::HttpRequestInfo& r) -> sim::HttpReply {
+    std::lock_guard lock(m);
+    if (r.path == "/cgi-bin/viewer/getparam.cgi") return {200, capability};
+    return {200, "di0=1\r\ndi1=1\r\n"};
+  });
+  odd.Start();
+  for (const auto& [reply, error] : std::vector<std::pair<std::string, std::string>>{
+           {"capability_ndi=-1\r\ncapability_ndo=0\r\n", "9 Subscript out of range"},
+           {"capability_ndi='2147483647'\r\n", "6 Overflow"},
+           {"capability_ndi=70000\r\ncapability_ndo=0\r\n", "7 Out of memory"}}) {
+    answer(reply);
+    EXPECT_EQ(Raised([&] { v.Connect(odd.DeviceString()); }), error);
+    EXPECT_EQ(Raised([&] { v.Ports(); }), "45003 Not connected");
+    EXPECT_EQ(v.PortName(2), "Output 1");
+  }
+
+  // Two ports from absurd counts: the read names no more inputs than the table holds.
+  answer("capability_ndi=2000000000\r\ncapability_ndo=-1999999998\r\n");
+  Vivotek absurd;
+  absurd.Connect(odd.DeviceString());
+  EXPECT_EQ(absurd.Ports(), 2);
+  EXPECT_TRUE(absurd.PortValue(1).AsBool());
+  EXPECT_EQ(odd.RequestLog().back(), "/cgi-bin/dido/getdi.cgi?di0&di1");
 }
 
 TEST(Vivotek, InputsAndOutputsAreReadInTwoGroupsCachedApart) {

@@ -1,11 +1,13 @@
 #include "devices/http/aviosys_pdu.h"
 
+#include <span>
 #include <vector>
 
 #include "core/common.h"
 #include "core/errors.h"
 #include "core/numeric.h"
 #include "core/split2d.h"
+#include "core/string_encoding.h"
 
 namespace vmio {
 namespace {
@@ -25,11 +27,13 @@ std::string NameFromReply(std::string_view reply) {
   return std::string(reply.substr(starts[13], starts.back() - starts[13]));
 }
 
-// The letter naming socket Index in GetPortName: "A" for 0, "B" for 1, and on through the code page.
-char PortLetter(int32_t Index) {
+// The letter naming socket Index in GetPortName: "A" for 0, "B" for 1, and on through the code
+// page, so from index 63 on it is a code page 1252 character (held as text, sent as its byte).
+std::string PortLetter(int32_t Index) {
   const int32_t code = 'A' + Index;
   if (code > 255) Raise(5);
-  return static_cast<char>(code);
+  const uint8_t byte = static_cast<uint8_t>(code);
+  return BytesToString(std::span<const uint8_t>(&byte, 1), kCodePage1252);
 }
 
 }  // namespace
@@ -85,7 +89,7 @@ int32_t AviosysPDU::PortType(int32_t Index) {
 std::string AviosysPDU::PortName(int32_t Index) {
   CheckIndex(Index);
   std::string name;
-  if (!fixed_model_ && SendCommand(std::string("GetPortName") + PortLetter(Index))) name = NameFromReply(LastReply);
+  if (!fixed_model_ && SendCommand("GetPortName" + PortLetter(Index))) name = NameFromReply(LastReply);
   if (!name.empty()) return name;
   if (InputCount == 0) return "Port " + std::to_string(Index + 1);
   if (Index >= InputCount) return "Output " + std::to_string(Index - InputCount + 1);

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 #include <optional>
 #include <string>
 
@@ -45,17 +44,19 @@ void Axis::Connect(const std::string& Device) {
     return;
   }
   // The counts are not reset first: a key the reply lacks keeps the previous connection's count.
+  // They are kept only once the table has taken their sum, so they always describe the table.
+  int32_t inputs = InputCount;
+  int32_t outputs = OutputCount;
   for (const Split2DRow& row : Rows(LastReply)) {
     if (row.key == "root.Input.NbrOfInputs") {
-      InputCount = Number(row.value);
+      inputs = Number(row.value);
     } else if (row.key == "root.Output.NbrOfOutputs") {
-      OutputCount = Number(row.value);
+      outputs = Number(row.value);
     }
   }
-  const int64_t count = int64_t{InputCount} + OutputCount;
-  if (count < 0) Raise(9);
-  if (count > std::numeric_limits<int32_t>::max()) Raise(6);
-  ResizePorts(static_cast<int32_t>(count));
+  ResizePorts(int64_t{inputs} + outputs);
+  InputCount = inputs;
+  OutputCount = outputs;
 
   if (!RequestPath(kIOPortGroup)) {
     Connected = false;
@@ -134,6 +135,9 @@ void Axis::RefreshOutputs() { Refresh(OutputsReadTick, OutputCount, "/axis-cgi/i
 
 void Axis::Refresh(int32_t& lastRead, int32_t count, std::string_view checkPath, size_t keyPrefix, int32_t offset) {
   if (CacheIsFresh(lastRead)) return;
+  // A count above the table's size (only beside a negative count of the other kind) is listed
+  // no further than the table: states beyond it could not be stored anyway.
+  count = std::min(count, PortCount);
   std::string path(checkPath);
   for (int32_t k = 1; k <= count; ++k) {
     if (k > 1) path += ',';

@@ -17,17 +17,23 @@ void StarDot::Connect(const std::string& Device) {
   Host = Device;
   Connected = false;  // until the device has answered
   const std::string reply = FetchPath("/info.cgi");
+  // Counts the reply does not name keep their values; they are kept only once the table has
+  // taken their sum.
+  int32_t relays = RelayCount;
+  int32_t inputs = InputCount;
   if (!reply.empty()) {
     for (const Split2DRow& row : Split2D(reply, "=", kRowSep)) {
       const std::string_view key = TrimSpaces(row.key);
       if (EqualsNoCase(key, "relay")) {
-        RelayCount = Val(row.value) == 0 ? 0 : 1;
+        relays = Val(row.value) == 0 ? 0 : 1;
       } else if (EqualsNoCase(key, "external_inputs")) {
-        InputCount = TruncToInt32(Val(row.value));
+        inputs = TruncToInt32(Val(row.value));
       }
     }
   }
-  ResizePorts(RelayCount + InputCount);
+  ResizePorts(int64_t{relays} + inputs);
+  RelayCount = relays;
+  InputCount = inputs;
   PortNames.assign(static_cast<size_t>(PortCount), "Input");
   for (int32_t i = 0; i < PortCount; ++i) PortDirections[static_cast<size_t>(i)] = i < RelayCount ? IOBidirectional : IOInput;
   if (RelayCount > 0) PortNames[0] = "Relay";

@@ -26,17 +26,23 @@ void Vivotek::Connect(const std::string& Device) {
   Host = Device;
   Connected = RequestPath(kCapabilityPath);
   if (!Connected) RaiseConnectionFailed();
+  // A count the list does not name keeps its value; the counts are kept only once the table
+  // has taken their sum, so they always describe the table.
+  int32_t inputs = InputCount;
+  int32_t outputs = OutputCount;
   if (!LastReply.empty()) {
     for (const Split2DRow& row : Split2D(LastReply, "=", kRowSep)) {
       const std::string_view value = Unquoted(row.value);
       if (row.key == "capability_ndi") {
-        InputCount = TruncToInt32(Val(value));
+        inputs = TruncToInt32(Val(value));
       } else if (row.key == "capability_ndo") {
-        OutputCount = TruncToInt32(Val(value));
+        outputs = TruncToInt32(Val(value));
       }
     }
   }
-  ResizePorts(InputCount + OutputCount);
+  ResizePorts(int64_t{inputs} + outputs);
+  InputCount = inputs;
+  OutputCount = outputs;
   PortKinds.resize(static_cast<size_t>(PortCount));
   for (int32_t i = 0; i < PortCount; ++i) PortKinds[static_cast<size_t>(i)] = i < InputCount ? kDigitalInput : kDigitalOutput;
 }
@@ -82,6 +88,9 @@ void Vivotek::RefreshOutputs() { RefreshGroup("/cgi-bin/dido/getdo.cgi?", "do", 
 
 void Vivotek::RefreshGroup(const char* cgi, const char* item, int32_t count, int32_t offset, int32_t& lastRead) {
   if (CacheIsFresh(lastRead)) return;
+  // A count above the table's size (only beside a negative count of the other kind) is listed
+  // no further than the table: states beyond it could not be stored anyway.
+  count = std::min(count, PortCount);
   std::string path = cgi;
   for (int32_t n = 0; n < count; ++n) {
     if (n > 0) path += '&';
