@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "support/raised.h"
 #include "vmio/error.h"
 #include "vmio/events.h"
 
@@ -12,6 +13,9 @@ namespace vmio {
 namespace {
 
 using namespace std::chrono_literals;
+using test::Raised;
+
+const std::string kInvalidCall = "5 Invalid procedure call or argument";
 
 struct Counter : Callbackable {
   int calls = 0;
@@ -21,15 +25,6 @@ struct Counter : Callbackable {
     if (also) also();
   }
 };
-
-int32_t ErrorNumber(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const AutomationError& e) {
-    return e.Number();
-  }
-  return 0;
-}
 
 TEST(CallbackTimer, FiresOnlyWhenEventsRunAndCoalescesMissedPeriods) {
   auto counter = std::make_shared<Counter>();
@@ -101,7 +96,7 @@ TEST(CallbackTimer, NeverFiresAfterStopEvenWhenAlreadyDue) {
   RunPendingEvents();
   EXPECT_EQ(c->calls, 1);
   EXPECT_EQ(d->calls, 0);
-  EXPECT_EQ(ErrorNumber([d_id] { StopCallbackTimer(d_id); }), 5);
+  EXPECT_EQ(Raised([d_id] { StopCallbackTimer(d_id); }), kInvalidCall);
   StopCallbackTimer(b_id);
   StopCallbackTimer(c_id);
 }
@@ -132,13 +127,7 @@ TEST(CallbackTimer, RegistryOwnsTheTargetUntilStopped) {
   RunPendingEvents();
   EXPECT_TRUE(watch.expired()) << "released once its callback stopped its own timer";
 
-  try {
-    StopCallbackTimer(id);
-    ADD_FAILURE() << "stopping an unknown timer must raise";
-  } catch (const AutomationError& e) {
-    EXPECT_EQ(e.Number(), 5);
-    EXPECT_EQ(e.Description(), "Invalid procedure call or argument");
-  }
+  EXPECT_EQ(Raised([id] { StopCallbackTimer(id); }), kInvalidCall) << "stopping an unknown timer must raise";
 }
 
 TEST(CallbackTimer, TimersBelongToTheThreadThatStartedThem) {
@@ -158,7 +147,7 @@ TEST(CallbackTimer, TimersBelongToTheThreadThatStartedThem) {
   std::thread([&] {
     std::this_thread::sleep_for(15ms);
     RunPendingEvents();
-    EXPECT_EQ(ErrorNumber([id] { StopCallbackTimer(id); }), 5);
+    EXPECT_EQ(Raised([id] { StopCallbackTimer(id); }), kInvalidCall);
   }).join();
   EXPECT_EQ(mine->calls, 0);
   StopCallbackTimer(id);
@@ -169,9 +158,10 @@ TEST(CallbackTimer, AFailedStartIsRegisteredUnderIdZero) {
   std::vector<int32_t> ids;
   for (int i = 0; i < 10000; ++i) ids.push_back(StartCallbackTimer(target, 100000));
   EXPECT_EQ(StartCallbackTimer(target, 10), 0);
-  EXPECT_EQ(ErrorNumber([&] { StartCallbackTimer(target, 10); }), 457);
+  EXPECT_EQ(Raised([&] { StartCallbackTimer(target, 10); }),
+            "457 This key is already associated with an element of this collection");
   StopCallbackTimer(0);
-  EXPECT_EQ(ErrorNumber([] { StopCallbackTimer(0); }), 5);
+  EXPECT_EQ(Raised([] { StopCallbackTimer(0); }), kInvalidCall);
   for (int32_t id : ids) StopCallbackTimer(id);
   const int32_t id = StartCallbackTimer(target, 10);
   EXPECT_GT(id, 0) << "starts work again once timers are stopped";

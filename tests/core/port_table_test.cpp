@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "core/errors.h"
 #include "core/port_table.h"
+#include "support/raised.h"
 
 namespace vmio {
 namespace {
@@ -31,23 +30,13 @@ class TwoInOneOut : public PortTableDevice {
   int writes = 0;
 };
 
-int ErrorOf(const std::function<void()>& call, std::string* description = nullptr) {
-  try {
-    call();
-  } catch (const AutomationError& e) {
-    if (description) *description = e.Description();
-    return e.Number();
-  }
-  return 0;
-}
+using test::Raised;
 
 TEST(PortTable, FreshObjectRaisesNotConnectedForPortsButSubscriptForPortAccessors) {
   TwoInOneOut d;
-  std::string text;
-  EXPECT_EQ(ErrorOf([&] { d.Ports(); }, &text), 45003);
-  EXPECT_EQ(text, "Not connected");
-  EXPECT_EQ(ErrorOf([&] { d.PortDirection(0); }), 9);
-  EXPECT_EQ(ErrorOf([&] { d.PortType(0); }), 9);
+  EXPECT_EQ(Raised([&] { d.Ports(); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { d.PortDirection(0); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { d.PortType(0); }), "9 Subscript out of range");
 }
 
 TEST(PortTable, DisconnectKeepsTheTableButRefusesPortsAndValues) {
@@ -57,30 +46,25 @@ TEST(PortTable, DisconnectKeepsTheTableButRefusesPortsAndValues) {
   d.Disconnect();
   EXPECT_EQ(d.PortDirection(2), IOBidirectional);
   EXPECT_EQ(d.PortType(1), vtBool);
-  EXPECT_EQ(ErrorOf([&] { d.Ports(); }), 45003);
-  EXPECT_EQ(ErrorOf([&] { d.PortValue(0); }), 45003);
-  EXPECT_EQ(ErrorOf([&] { d.PortValue(2, true); }), 45003);
+  EXPECT_EQ(Raised([&] { d.Ports(); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { d.PortValue(0); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { d.PortValue(2, true); }), "45003 Not connected");
 }
 
 TEST(PortTable, IndexOutsideTheTableRaisesSubscriptOutOfRange) {
   TwoInOneOut d;
   d.Connect("dev");
-  std::string text;
-  EXPECT_EQ(ErrorOf([&] { d.PortDirection(-1); }, &text), 9);
-  EXPECT_EQ(text, "Subscript out of range");
-  EXPECT_EQ(ErrorOf([&] { d.PortDirection(3); }), 9);
-  EXPECT_EQ(ErrorOf([&] { d.PortValue(3, true); }), 9);
+  EXPECT_EQ(Raised([&] { d.PortDirection(-1); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { d.PortDirection(3); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { d.PortValue(3, true); }), "9 Subscript out of range");
 }
 
 TEST(PortTable, WritesCheckDirectionThenTypeAndUseTheRunTogetherText) {
   TwoInOneOut d;
   d.Connect("dev");
-  std::string text;
-  EXPECT_EQ(ErrorOf([&] { d.PortValue(1, true); }, &text), 45004);
-  EXPECT_EQ(text, "Port 2is not an output port");
-  EXPECT_EQ(ErrorOf([&] { d.PortValue(2, int32_t{1}); }, &text), 13);
-  EXPECT_EQ(text, "Type mismatch");
-  EXPECT_EQ(ErrorOf([&] { d.PortValue(2, "True"); }), 13);
+  EXPECT_EQ(Raised([&] { d.PortValue(1, true); }), "45004 Port 2is not an output port");
+  EXPECT_EQ(Raised([&] { d.PortValue(2, int32_t{1}); }), "13 Type mismatch");
+  EXPECT_EQ(Raised([&] { d.PortValue(2, "True"); }), "13 Type mismatch");
   EXPECT_EQ(d.writes, 0);
   d.PortValue(2, true);
   EXPECT_EQ(d.PortValue(2), Variant(true));

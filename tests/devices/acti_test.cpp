@@ -9,7 +9,8 @@
 
 #include "acti_sim.h"
 #include "http_sim_server.h"
-#include "raised.h"
+#include "support/ports.h"
+#include "support/raised.h"
 
 namespace vmio {
 namespace {
@@ -17,25 +18,15 @@ namespace {
 using namespace std::chrono_literals;
 using sim::ACTiSim;
 using sim::ACTiSimOptions;
+using test::Names;
 using test::Raised;
+using test::Read;
 using Log = std::vector<std::string>;
 
 ACTiSimOptions Channels(int channels) {
   ACTiSimOptions o;
   o.channels = channels;
   return o;
-}
-
-std::vector<std::string> Names(ACTi& a) {
-  std::vector<std::string> names;
-  for (int32_t i = 0; i < a.Ports(); ++i) names.push_back(a.PortName(i) + "/" + std::to_string(a.PortDirection(i)));
-  return names;
-}
-
-bool Read(ACTi& a, int32_t index) {
-  const Variant value = a.PortValue(index);
-  EXPECT_EQ(value.VarType(), vtBool);
-  return value.AsBool();
 }
 
 TEST(ACTi, FirmwareVersionGivesFourPortsPerChannel) {

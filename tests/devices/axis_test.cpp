@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -11,7 +10,9 @@
 
 #include "axis_sim.h"
 #include "http_sim_server.h"
-#include "vmio/error.h"
+#include "support/ports.h"
+#include "support/raised.h"
+#include "support/silent_read.h"
 
 namespace vmio {
 namespace {
@@ -19,16 +20,10 @@ namespace {
 using namespace std::chrono_literals;
 using sim::AxisSim;
 using sim::AxisSimOptions;
-
-// "NUMBER DESCRIPTION" of what the call raised, or "none".
-std::string Raised(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const AutomationError& e) {
-    return std::to_string(e.Number()) + " " + e.Description();
-  }
-  return "none";
-}
+using test::ExpectASilentReadToTimeOut;
+using test::Raised;
+using test::Read;
+using test::States;
 
 AxisSimOptions OlderFirmware(int inputs, int outputs) {
   AxisSimOptions o;
@@ -48,12 +43,6 @@ std::vector<int32_t> Directions(Axis& axis) {
   std::vector<int32_t> d;
   for (int32_t i = 0; i < axis.Ports(); ++i) d.push_back(axis.PortDirection(i));
   return d;
-}
-
-bool Read(Axis& axis, int32_t index) {
-  const Variant v = axis.PortValue(index);
-  EXPECT_EQ(v.VarType(), vtBool);
-  return v.AsBool();
 }
 
 TEST(Axis, PortTableAnswersBeforeConnectAndAfterDisconnect) {
@@ -190,8 +179,7 @@ TEST(Axis, NewerFirmwareReadsEveryPortInOneRequest) {
   axis.PortValue(4, Variant(true));
   device.Server().ClearLog();
 
-  const std::vector<bool> states{Read(axis, 0), Read(axis, 1), Read(axis, 2), Read(axis, 3), Read(axis, 4)};
-  EXPECT_EQ(states, (std::vector<bool>{false, false, true, false, true}));
+  EXPECT_EQ(States(axis), (std::vector<bool>{false, false, true, false, true}));
   EXPECT_EQ(device.Server().RequestLog(), (std::vector<std::string>{"/axis-cgi/io/port.cgi?check=1,2,3,4,5"}));
 }
 
@@ -322,15 +310,8 @@ TEST(Axis, DeviceThatStopsAnsweringFailsTheReadAfterTheReceiveTimeOut) {
   Axis axis;
   axis.Connect(device.DeviceString());
 
-  device.Server().SetSilent(true);
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(Raised([&] { axis.PortValue(0); }), "45005 Unable to connect to the device");
-  const auto waited = std::chrono::steady_clock::now() - start;
-  EXPECT_GE(waited, 4500ms);
-  EXPECT_LT(waited, 8000ms);
-
+  ExpectASilentReadToTimeOut(axis, device.Server());
   // The failed read did not restart the cache: the next read asks again.
-  device.Server().SetSilent(false);
   device.SetInput(1, true);
   EXPECT_TRUE(Read(axis, 0));
 }

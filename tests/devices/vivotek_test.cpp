@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "http_sim_server.h"
-#include "raised.h"
+#include "support/ports.h"
+#include "support/raised.h"
+#include "support/silent_read.h"
 #include "vivotek_sim.h"
 
 namespace vmio {
@@ -19,7 +21,10 @@ namespace {
 using namespace std::chrono_literals;
 using sim::VivotekSim;
 using sim::VivotekSimOptions;
+using test::Names;
+using test::ExpectASilentReadToTimeOut;
 using test::Raised;
+using test::Read;
 using Log = std::vector<std::string>;
 
 VivotekSimOptions Layout(int inputs, int outputs) {
@@ -27,18 +32,6 @@ VivotekSimOptions Layout(int inputs, int outputs) {
   o.inputs = inputs;
   o.outputs = outputs;
   return o;
-}
-
-std::vector<std::string> Names(Vivotek& v) {
-  std::vector<std::string> names;
-  for (int32_t i = 0; i < v.Ports(); ++i) names.push_back(v.PortName(i) + "/" + std::to_string(v.PortDirection(i)));
-  return names;
-}
-
-bool Read(Vivotek& v, int32_t index) {
-  const Variant value = v.PortValue(index);
-  EXPECT_EQ(value.VarType(), vtBool);
-  return value.AsBool();
 }
 
 TEST(Vivotek, CapabilityListGivesInputsThenOutputsQuotedOrNot) {
@@ -212,14 +205,7 @@ TEST(Vivotek, ADeviceThatStopsAnsweringFailsTheReadAfterTheReceiveTimeOut) {
   device.Start();
   Vivotek v;
   v.Connect(device.DeviceString());
-  device.Server().SetSilent(true);
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(Raised([&] { v.PortValue(0); }), "45005 Unable to connect to the device");
-  const auto waited = std::chrono::steady_clock::now() - start;
-  EXPECT_GE(waited, 4500ms);
-  EXPECT_LT(waited, 9000ms);
-
-  device.Server().SetSilent(false);
+  ExpectASilentReadToTimeOut(v, device.Server());
   device.SetInput(1, true);
   EXPECT_TRUE(Read(v, 0));  // the failed read left the cache stale
 }

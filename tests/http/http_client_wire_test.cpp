@@ -9,25 +9,16 @@
 
 #include "http/http_client.h"
 #include "raw_peer.h"
-#include "vmio/error.h"
+#include "support/raised.h"
 
 namespace vmio {
 namespace {
 
 using test::RawPeer;
+using test::Raised;
 using test::RecordingPeer;
 
 std::string Text(const std::vector<uint8_t>& bytes) { return std::string(bytes.begin(), bytes.end()); }
-
-int ErrorNumber(const std::function<void()>& call, std::string* description = nullptr) {
-  try {
-    call();
-  } catch (const AutomationError& e) {
-    if (description) *description = e.Description();
-    return e.Number();
-  }
-  return 0;
-}
 
 std::string ReadFile(const std::string& name) {
   std::ifstream in(name, std::ios::binary);
@@ -86,9 +77,7 @@ TEST(HttpClientWireTest, ABodyCutShortEndsTheDataButTruncatesADownload) {
 
   const std::string file = ::testing::TempDir() + "vmio_truncated.bin";
   std::remove(file.c_str());
-  std::string description;
-  EXPECT_EQ(ErrorNumber([&] { client.DownloadResource(peer.Url("/"), file); }, &description), 13106);
-  EXPECT_EQ(description, "Download file truncated");
+  EXPECT_EQ(Raised([&] { client.DownloadResource(peer.Url("/"), file); }), "13106 Download file truncated");
   EXPECT_EQ(ReadFile(file), std::string(40, 'a'));
   std::remove(file.c_str());
 }
@@ -104,9 +93,7 @@ TEST(HttpClientWireTest, SilenceAfterTheHeadersIsADisconnection) {
   client.GetResource(good.peer.Url("/"));
   const std::string before = client.GetHeader("");
   client.Timeout(300);
-  std::string description;
-  EXPECT_EQ(ErrorNumber([&] { client.GetResource(peer.Url("/")); }, &description), 13106);
-  EXPECT_EQ(description, "Disconnected while recieving data");
+  EXPECT_EQ(Raised([&] { client.GetResource(peer.Url("/")); }), "13106 Disconnected while recieving data");
   EXPECT_EQ(client.GetHeader(""), before);
 }
 

@@ -21,8 +21,8 @@
 #include "genie_sim.h"
 #include "net/adam.h"
 #include "stardot_sim.h"
+#include "support/raised.h"
 #include "vivotek_sim.h"
-#include "vmio/error.h"
 #include "vmio/objects.h"
 
 namespace vmio {
@@ -33,14 +33,7 @@ static_assert(std::is_base_of_v<HttpDevice, Axis> && std::is_base_of_v<HttpDevic
               std::is_base_of_v<HttpDevice, Genie> && std::is_base_of_v<HttpDevice, AviosysPDU>);
 static_assert(std::is_base_of_v<PortTableDevice, ADAM>);
 
-std::string Raised(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const AutomationError& e) {
-    return std::to_string(e.Number()) + " " + e.Description();
-  }
-  return "none";
-}
+using test::Raised;
 
 struct Make {
   std::string name;

@@ -6,18 +6,18 @@
 #include "adam_sim.h"
 #include "loopback_peer.h"
 #include "net/adam.h"
+#include "support/raised.h"
 
 namespace vmio {
 namespace {
 
-using test::ErrorOf;
 using test::Raised;
 using sim::AdamSim;
 using sim::AdamSimOptions;
 using sim::AdamUdpMode;
 using namespace std::chrono_literals;
 
-const Raised kNotConnected{45003, "Not connected"};
+const std::string kNotConnected = "45003 Not connected";
 
 // A running simulated module and a driver that asks it for its model.
 struct Rig {
@@ -62,10 +62,10 @@ TEST(ADAM, BuildsThePortTableOfEveryModel) {
       EXPECT_EQ(rig.adam.PortName(i), input ? "Digital input " + std::to_string(i)
                                             : "Relay output " + std::to_string(i - e.inputs));
     }
-    const Raised outOfRange{9, "Subscript out of range"};
-    EXPECT_EQ(ErrorOf([&] { rig.adam.PortDirection(ports); }), outOfRange);
-    EXPECT_EQ(ErrorOf([&] { rig.adam.PortType(-1); }), outOfRange);
-    EXPECT_EQ(ErrorOf([&] { rig.adam.PortName(ports); }), outOfRange);
+    const std::string outOfRange = "9 Subscript out of range";
+    EXPECT_EQ(Raised([&] { rig.adam.PortDirection(ports); }), outOfRange);
+    EXPECT_EQ(Raised([&] { rig.adam.PortType(-1); }), outOfRange);
+    EXPECT_EQ(Raised([&] { rig.adam.PortName(ports); }), outOfRange);
     EXPECT_EQ(rig.module.QueryCount(), 1);
   }
 }
@@ -119,7 +119,7 @@ TEST(ADAM, RelaysAreTheOnlyPortsOfOutputOnlyModels) {
   none.Connect();
   EXPECT_EQ(none.adam.Ports(), 0);
   // A read still asks the module before the index is found wanting.
-  EXPECT_EQ(ErrorOf([&] { none.adam.PortValue(0); }), (Raised{9, "Subscript out of range"}));
+  EXPECT_EQ(Raised([&] { none.adam.PortValue(0); }), "9 Subscript out of range");
   EXPECT_EQ(none.Reads(), 2);
 }
 
@@ -140,10 +140,9 @@ TEST(ADAM, WritesSwitchRelayCoilsFromSixteen) {
   EXPECT_TRUE(rig.adam.PortValue(12).AsBool());
   EXPECT_EQ(rig.Reads(), reads);
 
-  EXPECT_EQ(ErrorOf([&] { rig.adam.PortValue(13, Variant(int32_t{1})); }), (Raised{13, "Type mismatch"}));
-  EXPECT_EQ(ErrorOf([&] { rig.adam.PortValue(0, Variant(true)); }),
-            (Raised{45004, "Port 1is not an output port"}));
-  EXPECT_EQ(ErrorOf([&] { rig.adam.PortValue(18, Variant(true)); }), (Raised{9, "Subscript out of range"}));
+  EXPECT_EQ(Raised([&] { rig.adam.PortValue(13, Variant(int32_t{1})); }), "13 Type mismatch");
+  EXPECT_EQ(Raised([&] { rig.adam.PortValue(0, Variant(true)); }), "45004 Port 1is not an output port");
+  EXPECT_EQ(Raised([&] { rig.adam.PortValue(18, Variant(true)); }), "9 Subscript out of range");
   EXPECT_EQ(rig.module.RequestCount(5), 3);
 }
 
@@ -153,33 +152,33 @@ TEST(ADAM, ModbusErrorsReachTheCallerAndAFailedReadHoldsOffTheNext) {
   rig.Connect();
   rig.module.SetException(1, 4);
   const int reads = rig.Reads();
-  EXPECT_EQ(ErrorOf([&] { rig.adam.PortValue(0); }), (Raised{46005, "Modbus exception 4occured"}));
+  EXPECT_EQ(Raised([&] { rig.adam.PortValue(0); }), "46005 Modbus exception 4occured");
   // The cache clock restarted before the failed read: the next read within 500 ms answers
   // from the table (never filled) without asking.
   EXPECT_FALSE(rig.adam.PortValue(0).AsBool());
   EXPECT_EQ(rig.Reads(), reads + 1);
 
   rig.module.SetException(5, 6);
-  EXPECT_EQ(ErrorOf([&] { rig.adam.PortValue(6, Variant(true)); }), (Raised{46005, "Modbus exception 6occured"}));
+  EXPECT_EQ(Raised([&] { rig.adam.PortValue(6, Variant(true)); }), "46005 Modbus exception 6occured");
   EXPECT_FALSE(rig.adam.PortValue(6).AsBool());  // not recorded
 }
 
 TEST(ADAM, ConnectFailuresBeforeTheModbusConnectLeaveItUnconnected) {
   ADAM adam;
-  const Raised connectionFailed{45001, "Connection failed"};
-  EXPECT_EQ(ErrorOf([&] { adam.Connect("127.0.0.1:abc"); }), connectionFailed);
-  EXPECT_EQ(ErrorOf([&] { adam.Ports(); }), kNotConnected);
+  const std::string connectionFailed = "45001 Connection failed";
+  EXPECT_EQ(Raised([&] { adam.Connect("127.0.0.1:abc"); }), connectionFailed);
+  EXPECT_EQ(Raised([&] { adam.Ports(); }), kNotConnected);
   const uint16_t unused = test::Listener().Port();
-  EXPECT_EQ(ErrorOf([&] { adam.Connect("127.0.0.1:" + std::to_string(unused)); }), connectionFailed);
-  EXPECT_EQ(ErrorOf([&] { adam.Connect(""); }), connectionFailed);
-  EXPECT_EQ(ErrorOf([&] { adam.PortValue(0); }), kNotConnected);
-  EXPECT_EQ(ErrorOf([&] { adam.PortValue(0, Variant(true)); }), kNotConnected);
+  EXPECT_EQ(Raised([&] { adam.Connect("127.0.0.1:" + std::to_string(unused)); }), connectionFailed);
+  EXPECT_EQ(Raised([&] { adam.Connect(""); }), connectionFailed);
+  EXPECT_EQ(Raised([&] { adam.PortValue(0); }), kNotConnected);
+  EXPECT_EQ(Raised([&] { adam.PortValue(0, Variant(true)); }), kNotConnected);
 
   // After a success, a reconnect that cannot connect reports just that.
   Rig rig({.model = "6060"});
   rig.Connect();
-  EXPECT_EQ(ErrorOf([&] { rig.adam.Connect("127.0.0.1:" + std::to_string(unused)); }), connectionFailed);
-  EXPECT_EQ(ErrorOf([&] { rig.adam.Ports(); }), kNotConnected);
+  EXPECT_EQ(Raised([&] { rig.adam.Connect("127.0.0.1:" + std::to_string(unused)); }), connectionFailed);
+  EXPECT_EQ(Raised([&] { rig.adam.Ports(); }), kNotConnected);
   EXPECT_EQ(rig.adam.PortDirection(11), IOBidirectional);
 }
 
@@ -187,18 +186,18 @@ TEST(ADAM, ConnectFailuresAfterTheModbusConnectLeaveItConnected) {
   {
     Rig rig({.model = "6060"});
     rig.module.SetException(1, 2);
-    EXPECT_EQ(ErrorOf([&] { rig.Connect(); }), (Raised{45001, "Unrecognised device"}));
+    EXPECT_EQ(Raised([&] { rig.Connect(); }), "45001 Unrecognised device");
     EXPECT_EQ(rig.adam.Ports(), 0);
     EXPECT_EQ(rig.module.QueryCount(), 0);
   }
   {
     Rig rig({.model = "6099"});
-    EXPECT_EQ(ErrorOf([&] { rig.Connect(); }), (Raised{45001, "Unsupported model number"}));
+    EXPECT_EQ(Raised([&] { rig.Connect(); }), "45001 Unsupported model number");
     EXPECT_EQ(rig.adam.Ports(), 0);
   }
   {
     Rig rig({.model = "6060", .udp_mode = AdamUdpMode::NoCarriageReturn});
-    EXPECT_EQ(ErrorOf([&] { rig.Connect(); }), (Raised{5, "Invalid procedure call or argument"}));
+    EXPECT_EQ(Raised([&] { rig.Connect(); }), "5 Invalid procedure call or argument");
     EXPECT_EQ(rig.adam.Ports(), 0);
   }
   {
@@ -206,7 +205,7 @@ TEST(ADAM, ConnectFailuresAfterTheModbusConnectLeaveItConnected) {
     AdamSim module({.model = "6060"});
     module.Start();
     ADAM adam(test::Listener().Port());
-    EXPECT_EQ(ErrorOf([&] { adam.Connect(module.DeviceString()); }), (Raised{45001, "Failed to get the model number"}));
+    EXPECT_EQ(Raised([&] { adam.Connect(module.DeviceString()); }), "45001 Failed to get the model number");
     EXPECT_EQ(adam.Ports(), 0);
   }
   {
@@ -216,7 +215,7 @@ TEST(ADAM, ConnectFailuresAfterTheModbusConnectLeaveItConnected) {
     AdamSim other({.model = "6099", .udp_port = first.module.UdpPort()});
     first.module.Stop();
     other.Start();
-    EXPECT_EQ(ErrorOf([&] { first.adam.Connect(other.DeviceString()); }), (Raised{45001, "Unsupported model number"}));
+    EXPECT_EQ(Raised([&] { first.adam.Connect(other.DeviceString()); }), "45001 Unsupported model number");
     EXPECT_EQ(first.adam.Ports(), 18);
     EXPECT_EQ(first.adam.PortDirection(0), IOInput);
   }
@@ -225,7 +224,7 @@ TEST(ADAM, ConnectFailuresAfterTheModbusConnectLeaveItConnected) {
 TEST(ADAM, AModelThatDoesNotAnswerFailsWithInvalidProcedureCallAfterFiveSeconds) {
   Rig rig({.model = "6060", .udp_mode = AdamUdpMode::Silent});
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(ErrorOf([&] { rig.Connect(); }), (Raised{5, "Invalid procedure call or argument"}));
+  EXPECT_EQ(Raised([&] { rig.Connect(); }), "5 Invalid procedure call or argument");
   EXPECT_GE(std::chrono::steady_clock::now() - start, 4900ms);
   EXPECT_EQ(rig.module.QueryCount(), 1);
 }
@@ -246,8 +245,8 @@ TEST(ADAM, DisconnectKeepsTheTable) {
   Rig rig({.model = "6024"});
   rig.Connect();
   rig.adam.Disconnect();
-  EXPECT_EQ(ErrorOf([&] { rig.adam.Ports(); }), kNotConnected);
-  EXPECT_EQ(ErrorOf([&] { rig.adam.PortValue(2); }), kNotConnected);
+  EXPECT_EQ(Raised([&] { rig.adam.Ports(); }), kNotConnected);
+  EXPECT_EQ(Raised([&] { rig.adam.PortValue(2); }), kNotConnected);
   EXPECT_EQ(rig.adam.PortDirection(2), IOBidirectional);
   EXPECT_EQ(rig.adam.PortName(3), "Relay output 1");
   rig.adam.Disconnect();

@@ -1,6 +1,6 @@
 #pragma once
-// Test-side helpers for the socket tests: an error catcher, and a raw Modbus/TCP peer on a
-// loopback port for the replies a real server never sends (short, split, silent, closing).
+// A raw Modbus/TCP peer on a loopback port, for the replies a real server never sends
+// (short, split, silent, closing).
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -13,30 +13,10 @@
 #include <mutex>
 #include <span>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <vector>
 
-#include "vmio/error.h"
-
 namespace vmio::test {
-
-struct Raised {
-  int32_t number = 0;  // 0: nothing was raised
-  std::string description;
-};
-
-inline Raised ErrorOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const AutomationError& e) {
-    return {e.Number(), e.Description()};
-  }
-  return {};
-}
-
-inline bool operator==(const Raised& a, const Raised& b) { return a.number == b.number && a.description == b.description; }
-inline std::ostream& operator<<(std::ostream& os, const Raised& r) { return os << r.number << " \"" << r.description << "\""; }
 
 inline void SendAll(int fd, std::span<const uint8_t> bytes) {
   while (!bytes.empty()) {

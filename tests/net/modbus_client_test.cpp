@@ -6,15 +6,15 @@
 #include "adam_sim.h"
 #include "loopback_peer.h"
 #include "net/modbus_t.h"
+#include "support/raised.h"
 
 namespace vmio {
 namespace {
 
-using test::ErrorOf;
 using test::Raised;
 using Bytes = std::vector<uint8_t>;
 
-const Raised kInvalidReply{46004, "Invalid reply received"};
+const std::string kInvalidReply = "46004 Invalid reply received";
 
 uint16_t UnusedPort() {
   const test::Listener gone;
@@ -113,7 +113,7 @@ TEST(ModbusT, JudgesRepliesByLengthAndExceptionBitOnly) {
   ASSERT_TRUE(modbus.Connect("127.0.0.1", device.peer.Port()));
 
   device.Script({{0, 0, 0, 0, 0, 3, 1, 1}});  // 8 bytes: too short
-  EXPECT_EQ(ErrorOf([&] { modbus.SendRequest(1); }), kInvalidReply);
+  EXPECT_EQ(Raised([&] { modbus.SendRequest(1); }), kInvalidReply);
   device.Script({{0, 1, 0, 0, 0, 3, 1, 1, 0xAB}});  // 9 bytes: enough
   EXPECT_EQ(modbus.SendRequest(1), Bytes{0xAB});
 
@@ -124,12 +124,12 @@ TEST(ModbusT, JudgesRepliesByLengthAndExceptionBitOnly) {
   device.Script({{0, 3, 0, 0, 0, 5, 1, 1, 2, 0x0F, 0xF0, 0x55}});
   EXPECT_EQ(modbus.GetCoilData(0, 12), (Bytes{0x0F, 0xF0}));  // as many as the count byte says
   device.Script({{0, 4, 0, 0, 0, 2, 1, 1, 0}});
-  EXPECT_EQ(ErrorOf([&] { modbus.GetCoilData(0, 8); }), (Raised{9, "Subscript out of range"}));  // no count byte
+  EXPECT_EQ(Raised([&] { modbus.GetCoilData(0, 8); }), "9 Subscript out of range");  // no count byte
 
   device.Script({{0, 5, 0, 0, 0, 3, 1, 0x81, 2}});
-  EXPECT_EQ(ErrorOf([&] { modbus.GetCoilData(0, 8); }), (Raised{46005, "Modbus exception 2occured"}));
+  EXPECT_EQ(Raised([&] { modbus.GetCoilData(0, 8); }), "46005 Modbus exception 2occured");
   device.Script({{0, 6, 0, 0, 0, 3, 1, 0x85, 11}});
-  EXPECT_EQ(ErrorOf([&] { modbus.SetCoilState(16, true); }), (Raised{46005, "Modbus exception 11occured"}));
+  EXPECT_EQ(Raised([&] { modbus.SetCoilState(16, true); }), "46005 Modbus exception 11occured");
 
   // None of the failures touched the connection.
   EXPECT_TRUE(modbus.Connected());
@@ -148,14 +148,14 @@ TEST(ModbusT, ReadsTheReplyOnceSoASplitReplyIsInvalid) {
   });
   ModbusT modbus;
   ASSERT_TRUE(modbus.Connect("127.0.0.1", device.Port()));
-  EXPECT_EQ(ErrorOf([&] { modbus.GetCoilData(0, 8); }), kInvalidReply);
+  EXPECT_EQ(Raised([&] { modbus.GetCoilData(0, 8); }), kInvalidReply);
 }
 
 TEST(ModbusT, APeerThatClosesGivesAnInvalidReply) {
   test::RawModbusPeer device([](int, const Bytes&) { return false; });
   ModbusT modbus;
   ASSERT_TRUE(modbus.Connect("127.0.0.1", device.Port()));
-  EXPECT_EQ(ErrorOf([&] { modbus.GetCoilData(0, 32); }), kInvalidReply);
+  EXPECT_EQ(Raised([&] { modbus.GetCoilData(0, 32); }), kInvalidReply);
   EXPECT_TRUE(modbus.Connected());
 }
 
@@ -164,7 +164,7 @@ TEST(ModbusT, ASilentPeerTimesOutAfterFiveSeconds) {
   ModbusT modbus;
   ASSERT_TRUE(modbus.Connect("127.0.0.1", device.Port()));
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(ErrorOf([&] { modbus.GetCoilData(0, 32); }), (Raised{46003, "Receive timed out"}));
+  EXPECT_EQ(Raised([&] { modbus.GetCoilData(0, 32); }), "46003 Receive timed out");
   const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   EXPECT_GE(waited, 4.9);
   EXPECT_LT(waited, 6.5);
@@ -172,22 +172,22 @@ TEST(ModbusT, ASilentPeerTimesOutAfterFiveSeconds) {
 
 TEST(ModbusT, ConnectFailuresAndTheStateTheyLeave) {
   ModbusT modbus;
-  EXPECT_EQ(ErrorOf([&] { modbus.Connect("", 502); }), (Raised{46001, "Invalid hostname"}));
-  const Raised cannotConnect{46001, "Failed to connect to device"};
-  EXPECT_EQ(ErrorOf([&] { modbus.Connect("127.0.0.1", UnusedPort()); }), cannotConnect);
-  EXPECT_EQ(ErrorOf([&] { modbus.Connect("localhost", 502); }), cannotConnect);  // never resolved
+  EXPECT_EQ(Raised([&] { modbus.Connect("", 502); }), "46001 Invalid hostname");
+  const std::string cannotConnect = "46001 Failed to connect to device";
+  EXPECT_EQ(Raised([&] { modbus.Connect("127.0.0.1", UnusedPort()); }), cannotConnect);
+  EXPECT_EQ(Raised([&] { modbus.Connect("localhost", 502); }), cannotConnect);  // never resolved
   EXPECT_FALSE(modbus.Connected());
   // Nothing is tested before sending: the unconnected socket fails the send.
-  EXPECT_EQ(ErrorOf([&] { modbus.GetCoilData(0, 1); }), (Raised{46002, "Send failed"}));
+  EXPECT_EQ(Raised([&] { modbus.GetCoilData(0, 1); }), "46002 Send failed");
   modbus.Disconnect();
   modbus.Disconnect();
 
   ScriptedPeer device;
   ASSERT_TRUE(modbus.Connect("127.0.0.1", device.peer.Port()));
   // A failed reconnect leaves Connected set although its new socket is not connected.
-  EXPECT_EQ(ErrorOf([&] { modbus.Connect("127.0.0.1", UnusedPort()); }), cannotConnect);
+  EXPECT_EQ(Raised([&] { modbus.Connect("127.0.0.1", UnusedPort()); }), cannotConnect);
   EXPECT_TRUE(modbus.Connected());
-  EXPECT_EQ(ErrorOf([&] { modbus.GetCoilData(0, 1); }), (Raised{46002, "Send failed"}));
+  EXPECT_EQ(Raised([&] { modbus.GetCoilData(0, 1); }), "46002 Send failed");
   modbus.Disconnect();
   EXPECT_FALSE(modbus.Connected());
 }
@@ -208,9 +208,9 @@ TEST(ModbusT, ReadsAndSwitchesCoilsOfALibmodbusServer) {
   EXPECT_FALSE(device.Relay(1));
 
   // The server's own exceptions: reading past its coils, writing an input.
-  const Raised illegalAddress{46005, "Modbus exception 2occured"};
-  EXPECT_EQ(ErrorOf([&] { modbus.GetCoilData(0, 100); }), illegalAddress);
-  EXPECT_EQ(ErrorOf([&] { modbus.SetCoilState(3, true); }), illegalAddress);
+  const std::string illegalAddress = "46005 Modbus exception 2occured";
+  EXPECT_EQ(Raised([&] { modbus.GetCoilData(0, 100); }), illegalAddress);
+  EXPECT_EQ(Raised([&] { modbus.SetCoilState(3, true); }), illegalAddress);
   EXPECT_EQ(device.RequestCount(1), 3);
   EXPECT_EQ(device.RequestCount(5), 3);
 }

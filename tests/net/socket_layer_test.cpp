@@ -10,11 +10,11 @@
 #include "loopback_peer.h"
 #include "net/lists.h"
 #include "net/winsock.h"
+#include "support/raised.h"
 
 namespace vmio {
 namespace {
 
-using test::ErrorOf;
 using test::Raised;
 using Clock = std::chrono::steady_clock;
 
@@ -37,11 +37,11 @@ TEST(SubArray, TakesARunClampedToTheEnd) {
 
 TEST(SubArray, StartOutsideTheArrayRaisesSubscriptOutOfRange) {
   const std::vector<uint8_t> ten = Iota(10);
-  const Raised outOfRange{9, "Subscript out of range"};
-  EXPECT_EQ(ErrorOf([&] { SubArray(ten, 11, 1); }), outOfRange);
-  EXPECT_EQ(ErrorOf([&] { SubArray(ten, 11, 0); }), outOfRange);  // even for nothing
-  EXPECT_EQ(ErrorOf([&] { SubArray(ten, -1, 2); }), outOfRange);
-  EXPECT_EQ(ErrorOf([&] { SubArray(ten, 0, -2); }), outOfRange);
+  const std::string outOfRange = "9 Subscript out of range";
+  EXPECT_EQ(Raised([&] { SubArray(ten, 11, 1); }), outOfRange);
+  EXPECT_EQ(Raised([&] { SubArray(ten, 11, 0); }), outOfRange);  // even for nothing
+  EXPECT_EQ(Raised([&] { SubArray(ten, -1, 2); }), outOfRange);
+  EXPECT_EQ(Raised([&] { SubArray(ten, 0, -2); }), outOfRange);
 }
 
 // A connected loopback pair: our handle on one end, the peer's descriptor on the other.

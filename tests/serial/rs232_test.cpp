@@ -4,11 +4,10 @@
 #include <sys/resource.h>
 
 #include <chrono>
-#include <functional>
 #include <thread>
 
 #include "serial_sim.h"
-#include "vmio/error.h"
+#include "support/raised.h"
 #include "vmio/events.h"
 
 namespace vmio {
@@ -17,16 +16,7 @@ namespace {
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 using Clock = std::chrono::steady_clock;
-
-// "number description" of the error f raises, or "none".
-std::string ErrorOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const AutomationError& e) {
-    return std::to_string(e.Number()) + " " + e.Description();
-  }
-  return "none";
-}
+using test::Raised;
 
 std::string Text(const Variant& v) { return v.AsString(); }
 
@@ -48,24 +38,24 @@ TEST_F(RS232Test, CommandsArePortsWithoutAnyConnection) {
     EXPECT_EQ(rs232.PortDirection(i), IOInput);
     EXPECT_EQ(rs232.PortType(i), vtString);
     EXPECT_EQ(rs232.PortName(i), "Sensor " + std::to_string(i + 1));
-    EXPECT_EQ(ErrorOf([&] { rs232.PortValue(i, Variant(true)); }),
+    EXPECT_EQ(Raised([&] { rs232.PortValue(i, Variant(true)); }),
               "45004 Port " + std::to_string(i + 1) + "is not an output port");
   }
   for (int32_t bad : {-1, 3}) {
-    EXPECT_EQ(ErrorOf([&] { rs232.GetCommand(bad); }), "9 Subscript out of range");
-    EXPECT_EQ(ErrorOf([&] { rs232.PortDirection(bad); }), "9 Subscript out of range");
-    EXPECT_EQ(ErrorOf([&] { rs232.PortType(bad); }), "9 Subscript out of range");
-    EXPECT_EQ(ErrorOf([&] { rs232.PortName(bad); }), "9 Subscript out of range");
-    EXPECT_EQ(ErrorOf([&] { rs232.PortValue(bad); }), "9 Subscript out of range");
-    EXPECT_EQ(ErrorOf([&] { rs232.PortValue(bad, Variant(true)); }), "9 Subscript out of range");
+    EXPECT_EQ(Raised([&] { rs232.GetCommand(bad); }), "9 Subscript out of range");
+    EXPECT_EQ(Raised([&] { rs232.PortDirection(bad); }), "9 Subscript out of range");
+    EXPECT_EQ(Raised([&] { rs232.PortType(bad); }), "9 Subscript out of range");
+    EXPECT_EQ(Raised([&] { rs232.PortName(bad); }), "9 Subscript out of range");
+    EXPECT_EQ(Raised([&] { rs232.PortValue(bad); }), "9 Subscript out of range");
+    EXPECT_EQ(Raised([&] { rs232.PortValue(bad, Variant(true)); }), "9 Subscript out of range");
   }
   // No serial port object yet, and none after Disconnect.
-  EXPECT_EQ(ErrorOf([&] { rs232.PortValue(0); }), "91 Object variable or With block variable not set");
-  EXPECT_EQ(ErrorOf([&] { rs232.PortValue(1); }), "91 Object variable or With block variable not set");
+  EXPECT_EQ(Raised([&] { rs232.PortValue(0); }), "91 Object variable or With block variable not set");
+  EXPECT_EQ(Raised([&] { rs232.PortValue(1); }), "91 Object variable or With block variable not set");
   rs232.Connect(instrument.Path());
   rs232.Disconnect();
   rs232.Disconnect();
-  EXPECT_EQ(ErrorOf([&] { rs232.PortValue(0); }), "91 Object variable or With block variable not set");
+  EXPECT_EQ(Raised([&] { rs232.PortValue(0); }), "91 Object variable or With block variable not set");
   EXPECT_EQ(rs232.Ports(), 3) << "commands survive Disconnect";
 }
 
@@ -79,30 +69,30 @@ TEST_F(RS232Test, LateBoundMembers) {
   const Variant by_i2[] = {int16_t{1}};
   EXPECT_EQ(rs232.Call("GetCommand", by_i2), Variant("T?\r"));
   const Variant number[] = {int32_t{5}};
-  EXPECT_EQ(ErrorOf([&] { rs232.Call("AddCommand", number); }), "13 Type mismatch");
-  EXPECT_EQ(ErrorOf([&] { rs232.Call("GetCommand", add); }), "13 Type mismatch");
-  EXPECT_EQ(ErrorOf([&] { rs232.Call("GetCommand", {}); }),
+  EXPECT_EQ(Raised([&] { rs232.Call("AddCommand", number); }), "13 Type mismatch");
+  EXPECT_EQ(Raised([&] { rs232.Call("GetCommand", add); }), "13 Type mismatch");
+  EXPECT_EQ(Raised([&] { rs232.Call("GetCommand", {}); }),
             "450 Wrong number of arguments or invalid property assignment");
   const Variant two[] = {"a", "b"};
-  EXPECT_EQ(ErrorOf([&] { rs232.Call("AddCommand", two); }),
+  EXPECT_EQ(Raised([&] { rs232.Call("AddCommand", two); }),
             "450 Wrong number of arguments or invalid property assignment");
-  EXPECT_EQ(ErrorOf([&] { rs232.Call("GetCommand", number); }), "9 Subscript out of range");
-  EXPECT_EQ(ErrorOf([&] { rs232.Call("RemoveCommand", none); }),
+  EXPECT_EQ(Raised([&] { rs232.Call("GetCommand", number); }), "9 Subscript out of range");
+  EXPECT_EQ(Raised([&] { rs232.Call("RemoveCommand", none); }),
             "438 Object doesn't support this property or method");
   EXPECT_EQ(rs232.Ports(), 2);
 }
 
 TEST_F(RS232Test, ConnectFailuresNameThePort) {
   rs232.AddCommand("T?\r");
-  EXPECT_EQ(ErrorOf([&] { rs232.Connect("COM1"); }), "45001 Error opening COM port 0");
-  EXPECT_EQ(ErrorOf([&] { rs232.Connect("-2"); }), "45001 Error opening COM port -2");
-  EXPECT_EQ(ErrorOf([&] { rs232.Connect("/dev/no-such-tty"); }), "45001 Error opening COM port /dev/no-such-tty");
-  EXPECT_EQ(ErrorOf([&] { rs232.Connect("/dev/null"); }), "45001 Error opening COM port /dev/null")
+  EXPECT_EQ(Raised([&] { rs232.Connect("COM1"); }), "45001 Error opening COM port 0");
+  EXPECT_EQ(Raised([&] { rs232.Connect("-2"); }), "45001 Error opening COM port -2");
+  EXPECT_EQ(Raised([&] { rs232.Connect("/dev/no-such-tty"); }), "45001 Error opening COM port /dev/no-such-tty");
+  EXPECT_EQ(Raised([&] { rs232.Connect("/dev/null"); }), "45001 Error opening COM port /dev/null")
       << "not a terminal";
-  EXPECT_EQ(ErrorOf([&] { rs232.Connect("70000"); }), "6 Overflow");
+  EXPECT_EQ(Raised([&] { rs232.Connect("70000"); }), "6 Overflow");
   // The failed Connect leaves an unopened port behind; reading it is the port's own error.
-  EXPECT_EQ(ErrorOf([&] { rs232.Connect("/dev/no-such-tty"); }), "45001 Error opening COM port /dev/no-such-tty");
-  EXPECT_EQ(ErrorOf([&] { rs232.PortValue(0); }), "8018 Operation valid only when the port is open");
+  EXPECT_EQ(Raised([&] { rs232.Connect("/dev/no-such-tty"); }), "45001 Error opening COM port /dev/no-such-tty");
+  EXPECT_EQ(Raised([&] { rs232.PortValue(0); }), "8018 Operation valid only when the port is open");
   EXPECT_EQ(instrument.Received(), "");
 }
 
@@ -189,7 +179,7 @@ TEST_F(RS232Test, NoReplyTimesOutAfter5001Milliseconds) {
   rs232.AddCommand("T?\r");
   rs232.Connect(instrument.Path());
   const auto start = Clock::now();
-  EXPECT_EQ(ErrorOf([&] { rs232.PortValue(0); }), "45005 Timed out receiving data");
+  EXPECT_EQ(Raised([&] { rs232.PortValue(0); }), "45005 Timed out receiving data");
   const auto elapsed = Clock::now() - start;
   EXPECT_GE(elapsed, 5000ms) << "5001 on a millisecond tick counter";
   EXPECT_LT(elapsed, 5600ms);
