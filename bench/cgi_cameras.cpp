@@ -22,7 +22,8 @@ void Write(benchmark::State& state, int32_t output) {
   const int before = device.Server().RequestCount();
   bool on = false;
   for (auto _ : state) driver.PortValue(output, vmio::Variant(on = !on));
-  state.counters["requests"] = benchmark::Counter(device.Server().RequestCount() - before, benchmark::Counter::kAvgIterations);
+  state.counters["requests"] =
+      benchmark::Counter(device.Server().RequestCount() - before, benchmark::Counter::kAvgIterations);
   state.counters["connections"] = device.Server().ConnectionCount();
 }
 

@@ -15,7 +15,9 @@ const std::string kReply = "port1=0\r\nport2=1\r\nport3=0\r\nport4=1\r\n";  // a
 
 vmio::sim::HttpSimServer& Server() {
   static vmio::sim::HttpSimServer* server = [] {
-    auto* s = new vmio::sim::HttpSimServer([](const vmio::sim::HttpRequestInfo&) { return vmio::sim::HttpReply{200, kReply}; });
+    auto* s = new vmio::sim::HttpSimServer([](const vmio::sim::HttpRequestInfo&) {
+      return vmio::sim::HttpReply{200, kReply};
+    });
     s->Start();
     return s;
   }();

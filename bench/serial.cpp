@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "serial/rs232.h"
+#include "devices/rs232/rs232.h"
 #include "serial_sim.h"
 #include "vmio/events.h"
 

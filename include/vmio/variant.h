@@ -10,12 +10,12 @@ namespace vmio {
 // Automation variant type codes (the subset this library exchanges).
 enum VarTypeCode : int32_t {
   vtEmpty = 0,
-  vtI2 = 2,     // 16-bit integer
-  vtI4 = 3,     // 32-bit integer
-  vtR8 = 5,     // double
+  vtI2 = 2,  // 16-bit integer
+  vtI4 = 3,  // 32-bit integer
+  vtR8 = 5,  // double
   vtString = 8,
   vtBool = 11,
-  vtUI1 = 17,   // byte
+  vtUI1 = 17,  // byte
 };
 
 class Variant {
@@ -45,7 +45,9 @@ class Variant {
   int32_t AsInt32() const;
 
   template <class T>
-  const T* If() const { return std::get_if<T>(&value_); }
+  const T* If() const {
+    return std::get_if<T>(&value_);
+  }
 
   friend bool operator==(const Variant&, const Variant&) = default;
 

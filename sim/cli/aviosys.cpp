@@ -57,8 +57,10 @@ bool ReadOption(AviosysSimOptions& options, const std::vector<std::string>& args
 
 std::string Show(const AviosysSim& sim) {
   std::string line;
-  for (int n = 1; n <= sim.Inputs(); ++n) line += "input" + std::to_string(n) + "=" + std::to_string(sim.Input(n)) + " ";
-  for (int n = 1; n <= sim.Sockets(); ++n) line += "socket" + std::to_string(n) + "=" + std::to_string(sim.Socket(n)) + " ";
+  for (int n = 1; n <= sim.Inputs(); ++n)
+    line += "input" + std::to_string(n) + "=" + std::to_string(sim.Input(n)) + " ";
+  for (int n = 1; n <= sim.Sockets(); ++n)
+    line += "socket" + std::to_string(n) + "=" + std::to_string(sim.Socket(n)) + " ";
   if (!line.empty()) line.pop_back();
   return line;
 }

@@ -30,7 +30,8 @@ bool ReadOption(GenieSimOptions& options, const std::vector<std::string>& args, 
 
 std::string Show(const GenieSim& sim) {
   std::string line;
-  for (const char* key : kKeys) line += (line.empty() ? "" : " ") + std::string(key) + "=" + std::to_string(sim.State(key));
+  for (const char* key : kKeys)
+    line += (line.empty() ? "" : " ") + std::string(key) + "=" + std::to_string(sim.State(key));
   return line;
 }
 

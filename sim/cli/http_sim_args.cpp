@@ -45,7 +45,7 @@ std::optional<HttpSimArgs> ReadHttpSimOptions(const HttpSimMake& make, const std
     return std::nullopt;
   }
   if (!out.auth.user.empty() || !out.auth.password.empty()) {
-    out.auth.scheme = auth_name.empty() ? make.default_auth
+    out.auth.scheme = auth_name.empty()       ? make.default_auth
                       : auth_name == "digest" ? AuthScheme::Digest
                                               : AuthScheme::Basic;
   } else if (!auth_name.empty()) {

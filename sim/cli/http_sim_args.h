@@ -13,9 +13,9 @@ namespace vmio::sim::cli {
 
 // What a make's runner tells the shared code about itself.
 struct HttpSimMake {
-  std::string_view name;          // "acti"
-  std::string_view options_help;  // the usage line and the make's own options
-  std::string_view control_help;  // the lines standard input takes
+  std::string_view name;                        // "acti"
+  std::string_view options_help;                // the usage line and the make's own options
+  std::string_view control_help;                // the lines standard input takes
   AuthScheme default_auth = AuthScheme::Basic;  // the scheme when --user is given without --auth
 };
 

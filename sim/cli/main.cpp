@@ -8,21 +8,22 @@
 
 namespace vmio::sim::cli {
 
-int RunAxis(const std::vector<std::string>& args);  // axis.cpp
-int RunSerial(const std::vector<std::string>& args);  // serial.cpp
-int RunGenie(const std::vector<std::string>& args);  // genie.cpp
+int RunAxis(const std::vector<std::string>& args);     // axis.cpp
+int RunSerial(const std::vector<std::string>& args);   // serial.cpp
+int RunGenie(const std::vector<std::string>& args);    // genie.cpp
 int RunAviosys(const std::vector<std::string>& args);  // aviosys.cpp
 int RunVivotek(const std::vector<std::string>& args);  // vivotek.cpp
-int RunACTi(const std::vector<std::string>& args);  // acti.cpp
+int RunACTi(const std::vector<std::string>& args);     // acti.cpp
 int RunStarDot(const std::vector<std::string>& args);  // stardot.cpp
-int RunAdam(const std::vector<std::string>& args);  // adam.cpp
+int RunAdam(const std::vector<std::string>& args);     // adam.cpp
 
 // One entry per make; each runner lives in its own file in this folder.
 static const SimCommand kCommands[] = {
     {"axis", "an Axis camera with digital inputs and outputs (CGI over HTTP)", &RunAxis},
     {"serial", "an instrument answering text commands on a pseudo-terminal", &RunSerial},
     {"genie", "a Genie device: two sensors, two alarm outputs and a buzzer (/httpapi/ over HTTP)", &RunGenie},
-    {"aviosys", "an Aviosys IP power unit: switched sockets, inputs on the fixed model (Set.cmd over HTTP)", &RunAviosys},
+    {"aviosys", "an Aviosys IP power unit: switched sockets, inputs on the fixed model (Set.cmd over HTTP)",
+     &RunAviosys},
     {"vivotek", "a Vivotek camera with digital inputs and outputs (CGI over HTTP)", &RunVivotek},
     {"acti", "an ACTi camera or video server, 1 to 4 channels of 2 inputs and 2 outputs (CGI over HTTP)", &RunACTi},
     {"stardot", "a StarDot camera with a relay and external inputs (CGI over HTTP)", &RunStarDot},

@@ -40,16 +40,25 @@ std::string Unescape(const std::string& text) {
     }
     if (++i >= text.size()) throw BadArgument(text);
     switch (text[i]) {
-      case 'r': out += '\r'; break;
-      case 'n': out += '\n'; break;
-      case 't': out += '\t'; break;
-      case '\\': out += '\\'; break;
+      case 'r':
+        out += '\r';
+        break;
+      case 'n':
+        out += '\n';
+        break;
+      case 't':
+        out += '\t';
+        break;
+      case '\\':
+        out += '\\';
+        break;
       case 'x':
         if (i + 2 >= text.size()) throw BadArgument(text);
         out += static_cast<char>(HexDigit(text[i + 1]) * 16 + HexDigit(text[i + 2]));
         i += 2;
         break;
-      default: throw BadArgument(text);
+      default:
+        throw BadArgument(text);
     }
   }
   return out;
@@ -60,12 +69,18 @@ std::string Escape(const std::string& bytes) {
   std::string out;
   for (const char c : bytes) {
     const auto b = static_cast<unsigned char>(c);
-    if (c == '\r') out += "\\r";
-    else if (c == '\n') out += "\\n";
-    else if (c == '\t') out += "\\t";
-    else if (c == '\\') out += "\\\\";
-    else if (b < 0x20 || b >= 0x7F) out += std::string("\\x") + kHex[b >> 4] + kHex[b & 15];
-    else out += c;
+    if (c == '\r')
+      out += "\\r";
+    else if (c == '\n')
+      out += "\\n";
+    else if (c == '\t')
+      out += "\\t";
+    else if (c == '\\')
+      out += "\\\\";
+    else if (b < 0x20 || b >= 0x7F)
+      out += std::string("\\x") + kHex[b >> 4] + kHex[b & 15];
+    else
+      out += c;
   }
   return out;
 }

@@ -75,9 +75,11 @@ HttpReply ACTiSim::SystemInfo(const std::string& query) const {
       options_.firmware.empty() ? "A" + std::to_string(options_.channels) + "D-310-V3.12.15-AC" : options_.firmware;
   return {200,
           "Production ID = ACD-2100\n"
-          "Firmware Version = " + firmware + "\n"
-          "Hardware Version = A\n"
-          "MAC Address = 00:0F:7C:05:1A:2B\n"};
+          "Firmware Version = " +
+              firmware +
+              "\n"
+              "Hardware Version = A\n"
+              "MAC Address = 00:0F:7C:05:1A:2B\n"};
 }
 
 HttpReply ACTiSim::Mpeg4(const std::string& query) {

@@ -27,7 +27,7 @@ struct Module {
   int relays;
 };
 constexpr Module kModules[] = {
-    {"6015", 0, 0}, {"6017", 0, 2}, {"6018", 0, 8}, {"6024", 2, 2}, {"6050", 12, 6},
+    {"6015", 0, 0},  {"6017", 0, 2}, {"6018", 0, 8}, {"6024", 2, 2}, {"6050", 12, 6},
     {"6051", 14, 2}, {"6052", 8, 8}, {"6060", 6, 6}, {"6066", 6, 6},
 };
 
@@ -116,8 +116,8 @@ void AdamSim::Start() {
     s.udp_fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const sockaddr_in udp = Address(s.options.host, s.options.udp_port);
     if (s.udp_fd < 0 || bind(s.udp_fd, reinterpret_cast<const sockaddr*>(&udp), sizeof udp) != 0) {
-      throw std::runtime_error("adam sim: cannot bind UDP " + s.options.host + ":" + std::to_string(s.options.udp_port) +
-                               ": " + std::strerror(errno));
+      throw std::runtime_error("adam sim: cannot bind UDP " + s.options.host + ":" +
+                               std::to_string(s.options.udp_port) + ": " + std::strerror(errno));
     }
     s.udp_port = BoundPort(s.udp_fd);
     if (pipe2(s.wake, O_CLOEXEC) != 0) throw std::runtime_error("adam sim: pipe failed");

@@ -23,8 +23,8 @@ enum class AdamUdpMode {
 struct AdamSimOptions {
   std::string model = "6050";  // any text; a model the module table lacks has no points
   std::string host = "127.0.0.1";
-  int modbus_port = 0;         // 0 = ephemeral
-  int udp_port = 0;            // 0 = ephemeral; a real module answers on 1025
+  int modbus_port = 0;  // 0 = ephemeral
+  int udp_port = 0;     // 0 = ephemeral; a real module answers on 1025
   AdamUdpMode udp_mode = AdamUdpMode::Answer;
 };
 

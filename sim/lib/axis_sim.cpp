@@ -74,7 +74,9 @@ bool IsParamCgi(std::string_view path) {
 AxisSim::AxisSim(AxisSimOptions options)
     : options_(std::move(options)), server_([this](const HttpRequestInfo& r) { return Handle(r); }, options_.auth) {
   std::string layout = options_.ioport_group ? options_.port_layout : std::string();
-  if (layout.empty()) layout = std::string(static_cast<size_t>(options_.inputs), 'i') + std::string(static_cast<size_t>(options_.outputs), 'o');
+  if (layout.empty())
+    layout = std::string(static_cast<size_t>(options_.inputs), 'i') +
+             std::string(static_cast<size_t>(options_.outputs), 'o');
   for (const char c : layout) {
     Port port;
     port.output = c == 'o';

@@ -74,7 +74,8 @@ HttpReply GenieSim::SetState(const std::string& query) {
   const std::vector<QueryItem> params = SplitQuery(query);
   if (params.size() < 2 || params[0].name != "action" || params[0].value != "setoutput") return BadRequest();
   for (size_t i = 1; i < params.size(); ++i) {
-    if (StateOfOutput(params[i].name).empty() || (params[i].value != "0" && params[i].value != "1")) return BadRequest();
+    if (StateOfOutput(params[i].name).empty() || (params[i].value != "0" && params[i].value != "1"))
+      return BadRequest();
   }
   std::lock_guard lock(mutex_);
   std::string body;

@@ -33,9 +33,9 @@ constexpr char kRealm[] = "Simulated device";
 constexpr char kUnauthorisedPage[] =
     "<html><head><title>401 Unauthorized</title></head>"
     "<body><h1>401 Unauthorized</h1><p>Authorization required.</p></body></html>";
-constexpr int kIdleSeconds = 10;          // keep-alive: an idle connection is closed after this
+constexpr int kIdleSeconds = 10;  // keep-alive: an idle connection is closed after this
 constexpr size_t kMaxRequestsPerConnection = 10000;
-constexpr int kIoTimeoutMs = 5000;        // inside one request
+constexpr int kIoTimeoutMs = 5000;  // inside one request
 
 std::string Hex(const unsigned char* bytes, size_t n) {
   static constexpr char kDigits[] = "0123456789abcdef";
@@ -294,8 +294,8 @@ struct HttpSimServer::State {
     }
     if (!StartsWithNoCase(header, "Digest ")) return false;
     auto f = DigestFields(std::string_view(header).substr(7));
-    if (f["username"] != auth.user || f["realm"] != kRealm || f["nonce"] != nonce || f["uri"] != PercentDecoded(req.target) ||
-        f["qop"] != "auth" || f["nc"].empty() || f["cnonce"].empty() ||
+    if (f["username"] != auth.user || f["realm"] != kRealm || f["nonce"] != nonce ||
+        f["uri"] != PercentDecoded(req.target) || f["qop"] != "auth" || f["nc"].empty() || f["cnonce"].empty() ||
         (!f["algorithm"].empty() && f["algorithm"] != "MD5"))
       return false;
     const std::string ha1 = Md5Hex(auth.user + ":" + kRealm + ":" + auth.password);

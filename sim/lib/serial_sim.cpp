@@ -24,9 +24,9 @@ using std::chrono::milliseconds;
 constexpr size_t kMaxCommandLength = 4096;  // a longer line is noise; it is dropped
 
 int BaudOf(speed_t speed) {
-  static const std::pair<speed_t, int> kSpeeds[] = {
-      {B1200, 1200}, {B2400, 2400},   {B4800, 4800},   {B9600, 9600},
-      {B19200, 19200}, {B38400, 38400}, {B57600, 57600}, {B115200, 115200}};
+  static const std::pair<speed_t, int> kSpeeds[] = {{B1200, 1200},   {B2400, 2400},    {B4800, 4800},
+                                                    {B9600, 9600},   {B19200, 19200},  {B38400, 38400},
+                                                    {B57600, 57600}, {B115200, 115200}};
   for (const auto& [code, baud] : kSpeeds) {
     if (code == speed) return baud;
   }
@@ -35,10 +35,14 @@ int BaudOf(speed_t speed) {
 
 int DataBitsOf(tcflag_t cflag) {
   switch (cflag & CSIZE) {
-    case CS5: return 5;
-    case CS6: return 6;
-    case CS7: return 7;
-    default: return 8;
+    case CS5:
+      return 5;
+    case CS6:
+      return 6;
+    case CS7:
+      return 7;
+    default:
+      return 8;
   }
 }
 

@@ -19,28 +19,28 @@
 namespace vmio::sim {
 
 struct SerialReply {
-  std::string text;         // sent as is, line end included: "21.4\r\n"
-  int delay_ms = 0;         // before the first byte
-  size_t piece_size = 0;    // send in pieces of this many bytes (0: all at once)
-  int piece_gap_ms = 0;     // between pieces
+  std::string text;       // sent as is, line end included: "21.4\r\n"
+  int delay_ms = 0;       // before the first byte
+  size_t piece_size = 0;  // send in pieces of this many bytes (0: all at once)
+  int piece_gap_ms = 0;   // between pieces
 };
 
 // What the slave side of the line is set to now.
 struct SerialLineSettings {
   int input_baud = 0;
   int output_baud = 0;
-  int data_bits = 0;  // 5 to 8
-  bool parity = false;         // PARENB
-  bool two_stop_bits = false;  // CSTOPB
+  int data_bits = 0;                // 5 to 8
+  bool parity = false;              // PARENB
+  bool two_stop_bits = false;       // CSTOPB
   bool hardware_handshake = false;  // CRTSCTS
   bool software_handshake = false;  // IXON or IXOFF
-  bool canonical = false;      // ICANON
-  bool echo = false;           // ECHO
-  bool signals = false;        // ISIG
-  bool output_processing = false;  // OPOST
-  bool cr_to_nl = false;       // ICRNL
-  bool nl_to_cr = false;       // INLCR
-  bool ignore_cr = false;      // IGNCR
+  bool canonical = false;           // ICANON
+  bool echo = false;                // ECHO
+  bool signals = false;             // ISIG
+  bool output_processing = false;   // OPOST
+  bool cr_to_nl = false;            // ICRNL
+  bool nl_to_cr = false;            // INLCR
+  bool ignore_cr = false;           // IGNCR
   int vmin = -1;
   int vtime = -1;
 };

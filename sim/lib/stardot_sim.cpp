@@ -15,7 +15,8 @@ StarDotSim::~StarDotSim() { server_.Stop(); }
 void StarDotSim::Start(const std::string& host, int port) { server_.Start(host, port); }
 
 size_t StarDotSim::Slot(int number) const {
-  if (number < 1 || static_cast<size_t>(number) > inputs_.size()) throw std::out_of_range("no input " + std::to_string(number));
+  if (number < 1 || static_cast<size_t>(number) > inputs_.size())
+    throw std::out_of_range("no input " + std::to_string(number));
   return static_cast<size_t>(number - 1);
 }
 
@@ -53,11 +54,15 @@ HttpReply StarDotSim::Handle(const HttpRequestInfo& request) {
             "vendor=StarDot Technologies\n"
             "model=NetCam SC\n"
             "version=1.1.12\n"
-            "relay=" + std::string(options_.relay ? "1" : "0") + "\n"
-            "external_inputs=" + std::to_string(options_.inputs) + "\n"};
+            "relay=" +
+                std::string(options_.relay ? "1" : "0") +
+                "\n"
+                "external_inputs=" +
+                std::to_string(options_.inputs) + "\n"};
   }
   if (request.path == "/io.cgi") {
-    if (options_.relay && (request.query == "relay=1" || request.query == "relay=0")) relay_ = request.query == "relay=1";
+    if (options_.relay && (request.query == "relay=1" || request.query == "relay=0"))
+      relay_ = request.query == "relay=1";
     return {200, States()};
   }
   return {404, "Not Found\n"};

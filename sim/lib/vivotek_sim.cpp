@@ -20,7 +20,8 @@ int ItemNumber(std::string_view name, std::string_view prefix) {
 
 // The slot of a 1-based number.
 size_t Slot(const std::vector<bool>& states, int number, const char* what) {
-  if (number < 1 || static_cast<size_t>(number) > states.size()) throw std::out_of_range(std::string("no ") + what + " " + std::to_string(number));
+  if (number < 1 || static_cast<size_t>(number) > states.size())
+    throw std::out_of_range(std::string("no ") + what + " " + std::to_string(number));
   return static_cast<size_t>(number - 1);
 }
 
@@ -90,7 +91,8 @@ HttpReply VivotekSim::States(const std::string& query, const std::vector<bool>& 
   }
   for (const QueryItem& item : wanted) {
     const int n = ItemNumber(item.name, prefix);
-    if (n >= 0 && static_cast<size_t>(n) < states.size()) body += Row(item.name, states[static_cast<size_t>(n)] ? "1" : "0");
+    if (n >= 0 && static_cast<size_t>(n) < states.size())
+      body += Row(item.name, states[static_cast<size_t>(n)] ? "1" : "0");
   }
   return {200, body};
 }

@@ -2,7 +2,7 @@
 
 namespace vmio {
 
-int32_t TickDiff(int32_t start) { return TickDiff(start, GetTickCount()); }
+int32_t TickDiff(int32_t start) { return TickDiff(start, TickCount()); }
 
 int32_t TickDiff(int32_t start, int32_t end) {
   const int64_t s = start & 0x7FFFFFFF;

@@ -6,7 +6,7 @@ namespace vmio {
 
 // Milliseconds since the system started, kept to 32 bits (wraps after about 49.7 days).
 // Not a process clock: a cache whose last-read tick is 0 is stale on its first read.
-int32_t GetTickCount();
+int32_t TickCount();
 
 // Milliseconds from start to end (now when omitted). Both are taken to their low 31 bits;
 // an end below the start means the counter wrapped: 2^31 - start + end.

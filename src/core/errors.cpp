@@ -8,17 +8,28 @@ namespace vmio {
 
 std::string StandardErrorText(int32_t number) {
   switch (number) {
-    case 5: return "Invalid procedure call or argument";
-    case 6: return "Overflow";
-    case 7: return "Out of memory";
-    case 9: return "Subscript out of range";
-    case 13: return "Type mismatch";
-    case 91: return "Object variable or With block variable not set";
-    case 429: return "ActiveX component can't create object";
-    case 438: return "Object doesn't support this property or method";
-    case 450: return "Wrong number of arguments or invalid property assignment";
-    case 457: return "This key is already associated with an element of this collection";
-    default: return {};
+    case 5:
+      return "Invalid procedure call or argument";
+    case 6:
+      return "Overflow";
+    case 7:
+      return "Out of memory";
+    case 9:
+      return "Subscript out of range";
+    case 13:
+      return "Type mismatch";
+    case 91:
+      return "Object variable or With block variable not set";
+    case 429:
+      return "ActiveX component can't create object";
+    case 438:
+      return "Object doesn't support this property or method";
+    case 450:
+      return "Wrong number of arguments or invalid property assignment";
+    case 457:
+      return "This key is already associated with an element of this collection";
+    default:
+      return {};
   }
 }
 

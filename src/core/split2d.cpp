@@ -21,7 +21,8 @@ Split2DTable Split2D(std::string_view text, std::string_view colSep, std::string
   size_t start = 0;
   while (true) {
     const size_t end = rowSep.empty() ? std::string_view::npos : text.find(rowSep, start);
-    const std::string_view row = text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start);
+    const std::string_view row =
+        text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start);
     table.push_back(colSep.empty() ? Split2DRow{row, {}} : SplitRow(row, colSep));
     if (end == std::string_view::npos) break;
     start = end + rowSep.size();

@@ -19,7 +19,7 @@ using Split2DTable = std::vector<Split2DRow>;
 // cannot be made. The rows view into text, which must outlive the table.
 Split2DTable Split2D(std::string_view text, std::string_view colSep, std::string_view rowSep);
 template <class S>
-  requires std::same_as<S, std::string>
-Split2DTable Split2D(S&& temporary, std::string_view, std::string_view) = delete;
+requires std::same_as<S, std::string> Split2DTable Split2D(S&& temporary, std::string_view, std::string_view)
+= delete;
 
 }  // namespace vmio

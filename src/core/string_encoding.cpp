@@ -8,10 +8,10 @@ namespace vmio {
 namespace {
 
 // Code page 1252 bytes 0x80-0x9F; the undefined ones map to their own C1 code point.
-constexpr std::array<char16_t, 32> k1252High = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+constexpr std::array<char16_t, 32> k1252High = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                                0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                                0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                                0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
 void AppendUtf8(std::string& out, char32_t cp) {
   if (cp < 0x80) {
@@ -105,8 +105,8 @@ std::vector<uint8_t> StringToBytes(std::string_view text, int32_t codePage) {
       ++pos;
       continue;
     }
-    std::optional<uint8_t> b = codePage == kCodePage1252 ? Encode1252(*cp)
-                                                           : (*cp <= 0xFF ? std::optional<uint8_t>(*cp) : std::nullopt);
+    std::optional<uint8_t> b =
+        codePage == kCodePage1252 ? Encode1252(*cp) : (*cp <= 0xFF ? std::optional<uint8_t>(*cp) : std::nullopt);
     out.push_back(b.value_or('?'));
   }
   return out;

@@ -8,7 +8,7 @@
 
 namespace vmio {
 
-inline constexpr int32_t kCodePage1252 = 1252;   // Western European; what devices speak
+inline constexpr int32_t kCodePage1252 = 1252;  // Western European; what devices speak
 inline constexpr int32_t kCodePageLatin1 = 28591;
 inline constexpr int32_t kCodePageUtf8 = 65001;
 

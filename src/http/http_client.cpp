@@ -16,7 +16,7 @@ namespace {
 
 constexpr size_t kHeaderBufferChars = 2048;  // what the header block is read into; not retried
 constexpr size_t kLastResponseChars = 1024;
-constexpr int64_t kMaxReserve = 1 << 20;     // a Content-Length is not trusted further than this
+constexpr int64_t kMaxReserve = 1 << 20;  // a Content-Length is not trusted further than this
 
 std::unique_ptr<HttpSession> OpenSession(const std::string& agent) {
   std::unique_ptr<HttpSession> session = OpenHttpSession(agent.empty() ? kDefaultHttpUserAgent : agent);
@@ -208,8 +208,8 @@ std::vector<uint8_t> HTTPClient::GetResource(const std::string& URL, const std::
   return std::move(sink.body);
 }
 
-void HTTPClient::DownloadResource(const std::string& URL, const std::string& FileName,
-                                  const std::string& SendHeaders, const std::string& PostData) {
+void HTTPClient::DownloadResource(const std::string& URL, const std::string& FileName, const std::string& SendHeaders,
+                                  const std::string& PostData) {
   ActiveRequest active(active_requests_);
   FileSink sink(FileName);
   Perform(URL, SendHeaders, PostData, sink);
@@ -223,7 +223,8 @@ std::string HTTPClient::GetResultCode(std::string* Text) const {
   const size_t first = line.find(' ');
   if (first == std::string_view::npos) return {};
   const size_t second = line.find(' ', first + 1);
-  const std::string_view code = line.substr(first + 1, second == std::string_view::npos ? line.npos : second - first - 1);
+  const std::string_view code =
+      line.substr(first + 1, second == std::string_view::npos ? line.npos : second - first - 1);
   const auto digit = [](char c) { return c >= '0' && c <= '9'; };
   if (code.size() != 3 || code[0] < '1' || code[0] > '5' || !digit(code[1]) || !digit(code[2])) return {};
   if (Text && second != std::string_view::npos) *Text = std::string(line.substr(second + 1));

@@ -22,7 +22,7 @@
 #include <variant>
 #include <vector>
 
-#include "net/winsock.h"
+#include "net/socket.h"
 
 namespace vmio {
 
@@ -45,8 +45,8 @@ class ModbusT {
   // the function code, as many as the reply's length field says.
   std::vector<uint8_t> SendRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments = {});
   template <class... Args>
-    requires(sizeof...(Args) > 0 && (std::constructible_from<ModbusArg, Args> && ...))
-  std::vector<uint8_t> SendRequest(int32_t FunctionCode, Args&&... args) {
+  requires(sizeof...(Args) > 0 && (std::constructible_from<ModbusArg, Args> &&
+                                   ...)) std::vector<uint8_t> SendRequest(int32_t FunctionCode, Args&&... args) {
     const std::array<ModbusArg, sizeof...(Args)> list{ModbusArg(std::forward<Args>(args))...};
     return SendRequest(FunctionCode, std::span<const ModbusArg>(list));
   }

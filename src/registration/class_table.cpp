@@ -3,14 +3,14 @@
 
 #include "core/errors.h"
 #include "core/io_device_placeholder.h"
-#include "devices/http/axis.h"
+#include "devices/adam/adam.h"
 #include "devices/http/acti.h"
 #include "devices/http/aviosys_pdu.h"
+#include "devices/http/axis.h"
 #include "devices/http/genie.h"
 #include "devices/http/stardot.h"
 #include "devices/http/vivotek.h"
-#include "net/adam.h"
-#include "serial/rs232.h"
+#include "devices/rs232/rs232.h"
 #include "vmio/objects.h"
 
 namespace vmio {

@@ -39,7 +39,9 @@ TEST(StringEncoding, Codepage1252RoundTripsEveryByte) {
   for (int i = 0; i < 256; ++i) all[i] = static_cast<uint8_t>(i);
   const std::string text = BytesToString(all, kCodePage1252);
   EXPECT_EQ(StringToBytes(text, kCodePage1252), all);
-  EXPECT_EQ(BytesToString(std::vector<uint8_t>{0x80, 0x41}, kCodePage1252), "\u20AC" "A");
+  EXPECT_EQ(BytesToString(std::vector<uint8_t>{0x80, 0x41}, kCodePage1252),
+            "\u20AC"
+            "A");
   EXPECT_EQ(BytesToString(std::vector<uint8_t>{0x9F, 0xE9}, kCodePage1252), "\u0178\u00E9");
   EXPECT_EQ(BytesToString(std::vector<uint8_t>{0x81}, kCodePage1252), "\u0081");
   EXPECT_EQ(StringToBytes("\u4E2D", kCodePage1252), std::vector<uint8_t>{'?'});

@@ -79,7 +79,8 @@ TEST(ACTi, EachChannelIsReadWithItsOwnStatusRequestAndCache) {
   EXPECT_EQ(device.Server().RequestLog(), Log{"/cgi-bin/cmd/mpeg4?CHANNEL=1&DIO_STATUS"});
   EXPECT_TRUE(Read(a, 4));
   EXPECT_FALSE(Read(a, 7));
-  EXPECT_EQ(device.Server().RequestLog(), (Log{"/cgi-bin/cmd/mpeg4?CHANNEL=1&DIO_STATUS", "/cgi-bin/cmd/mpeg4?CHANNEL=2&DIO_STATUS"}));
+  EXPECT_EQ(device.Server().RequestLog(),
+            (Log{"/cgi-bin/cmd/mpeg4?CHANNEL=1&DIO_STATUS", "/cgi-bin/cmd/mpeg4?CHANNEL=2&DIO_STATUS"}));
 
   device.SetInput(1, 1, true);
   EXPECT_FALSE(Read(a, 0));
@@ -105,7 +106,11 @@ TEST(ACTi, StatusIsHexAfterThreeSkippedCharacters) {
   a.Connect(device.DeviceString());
   std::string states;
   for (int32_t i = 0; i < 16; ++i) states += Read(a, i) ? '1' : '0';
-  EXPECT_EQ(states, "0111" "1000" "0000" "0000");
+  EXPECT_EQ(states,
+            "0111"
+            "1000"
+            "0000"
+            "0000");
 }
 
 TEST(ACTi, WritingAnOutputSetsBothOutputsOfItsChannel) {
@@ -117,8 +122,9 @@ TEST(ACTi, WritingAnOutputSetsBothOutputsOfItsChannel) {
   a.PortValue(2, Variant(true));
   a.PortValue(3, Variant(true));
   a.PortValue(2, Variant(false));
-  EXPECT_EQ(single.Server().RequestLog(), (Log{"/cgi-bin/cmd/mpeg4?DIO_OUTPUT=0x01", "/cgi-bin/cmd/mpeg4?DIO_OUTPUT=0x03",
-                                               "/cgi-bin/cmd/mpeg4?DIO_OUTPUT=0x02"}));
+  EXPECT_EQ(single.Server().RequestLog(),
+            (Log{"/cgi-bin/cmd/mpeg4?DIO_OUTPUT=0x01", "/cgi-bin/cmd/mpeg4?DIO_OUTPUT=0x03",
+                 "/cgi-bin/cmd/mpeg4?DIO_OUTPUT=0x02"}));
   EXPECT_FALSE(single.Output(1, 1));
   EXPECT_TRUE(single.Output(1, 2));
 
@@ -148,7 +154,8 @@ TEST(ACTi, RefusalsAndFailedRequestsRaiseConnectionAndValueErrors) {
   EXPECT_EQ(Raised([&] { a.Connect(device.DeviceString()); }), "45001 Unable to connect to the device");
   EXPECT_EQ(Raised([&] { a.Ports(); }), "45003 Not connected");
   device.SetRefusing(false);
-  EXPECT_EQ(Raised([&] { a.Connect("Admin:wrong@" + device.Server().Authority()); }), "45001 Unable to connect to the device");
+  EXPECT_EQ(Raised([&] { a.Connect("Admin:wrong@" + device.Server().Authority()); }),
+            "45001 Unable to connect to the device");
   a.Connect(device.DeviceString());
   EXPECT_FALSE(Read(a, 2));
 

@@ -91,8 +91,8 @@ TEST(AviosysPDU, TheFixedModelHasEightInputsAndEightSocketsNumberedFrom51And61) 
   ASSERT_EQ(pdu.Ports(), 16);
   for (int32_t i = 0; i < 16; ++i) EXPECT_EQ(pdu.PortDirection(i), i < 8 ? IOInput : IOBidirectional);
   EXPECT_EQ(Names(pdu), (std::vector<std::string>{"Input 1", "Input 2", "Input 3", "Input 4", "Input 5", "Input 6",
-                                                  "Input 7", "Input 8", "Output 1", "Output 2", "Output 3",
-                                                  "Output 4", "Output 5", "Output 6", "Output 7", "Output 8"}));
+                                                  "Input 7", "Input 8", "Output 1", "Output 2", "Output 3", "Output 4",
+                                                  "Output 5", "Output 6", "Output 7", "Output 8"}));
   EXPECT_EQ(unit.Server().RequestCount(), 1);  // names come without asking the unit
 
   std::vector<bool> states;
@@ -131,9 +131,9 @@ TEST(AviosysPDU, OnceTheFixedModelWasSeenAnotherUnitKeepsItsNumbering) {
   EXPECT_TRUE(Read(pdu, 0));  // P61 is read as the first socket
   EXPECT_FALSE(Read(pdu, 1));
   pdu.PortValue(0, Variant(false));
-  EXPECT_EQ(counted.Server().RequestLog(),
-            (std::vector<std::string>{"/Set.cmd?CMD=GetPowerNum", "/Set.cmd?CMD=GetPower",
-                                      "/Set.cmd?CMD=SetPower+P61=0"}));
+  EXPECT_EQ(
+      counted.Server().RequestLog(),
+      (std::vector<std::string>{"/Set.cmd?CMD=GetPowerNum", "/Set.cmd?CMD=GetPower", "/Set.cmd?CMD=SetPower+P61=0"}));
   EXPECT_EQ(counted.Socket(2), 0);
 }
 
@@ -228,8 +228,8 @@ TEST(AviosysPDU, ReadsWithin500MsComeFromTheCache) {
 TEST(AviosysPDU, ChecksIndexesThroughPortsAndRefusesBadWrites) {
   AviosysPDU pdu;
   for (const auto& call : std::vector<std::function<void()>>{
-           [&] { pdu.Ports(); }, [&] { pdu.PortDirection(0); }, [&] { pdu.PortType(0); },
-           [&] { pdu.PortName(0); }, [&] { pdu.PortValue(0); }, [&] { pdu.PortValue(0, Variant(true)); }}) {
+           [&] { pdu.Ports(); }, [&] { pdu.PortDirection(0); }, [&] { pdu.PortType(0); }, [&] { pdu.PortName(0); },
+           [&] { pdu.PortValue(0); }, [&] { pdu.PortValue(0, Variant(true)); }}) {
     EXPECT_EQ(Raised(call), "45003 Not connected");
   }
 
@@ -268,7 +268,7 @@ TEST(AviosysPDU, UnreachableOrRefusingUnitsRaiseTheFixedErrors) {
 
   unit.Server().Stop();
   EXPECT_EQ(Raised([&] { pdu.PortValue(1, Variant(false)); }), "45005 Unable to connect to the device");
-  EXPECT_TRUE(Read(pdu, 1));  // the failed write left the cache alone
+  EXPECT_TRUE(Read(pdu, 1));             // the failed write left the cache alone
   EXPECT_EQ(pdu.PortName(1), "Port 2");  // a failed GetPortName is no error
   std::this_thread::sleep_for(600ms);
   EXPECT_EQ(Raised([&] { pdu.PortValue(1); }), "45005 Unable to connect to the device");

@@ -21,8 +21,8 @@ namespace {
 using namespace std::chrono_literals;
 using sim::VivotekSim;
 using sim::VivotekSimOptions;
-using test::Names;
 using test::ExpectASilentReadToTimeOut;
+using test::Names;
 using test::Raised;
 using test::Read;
 using Log = std::vector<std::string>;
@@ -133,7 +133,8 @@ TEST(Vivotek, InputsAndOutputsAreReadInTwoGroupsCachedApart) {
   EXPECT_FALSE(Read(v, 3));
   EXPECT_TRUE(Read(v, 4));
   EXPECT_FALSE(Read(v, 0));
-  EXPECT_EQ(device.Server().RequestLog(), (Log{"/cgi-bin/dido/getdi.cgi?di0&di1&di2", "/cgi-bin/dido/getdo.cgi?do0&do1"}));
+  EXPECT_EQ(device.Server().RequestLog(),
+            (Log{"/cgi-bin/dido/getdi.cgi?di0&di1&di2", "/cgi-bin/dido/getdo.cgi?do0&do1"}));
 
   // A change at the device shows once the group's 500 ms have passed.
   device.SetInput(1, true);
@@ -188,7 +189,8 @@ TEST(Vivotek, FailedRequestsRaiseConnectionAndValueErrors) {
   device.Start();
 
   Vivotek v;
-  EXPECT_EQ(Raised([&] { v.Connect("root:wrong@" + device.Server().Authority()); }), "45001 Unable to connect to the device");
+  EXPECT_EQ(Raised([&] { v.Connect("root:wrong@" + device.Server().Authority()); }),
+            "45001 Unable to connect to the device");
   EXPECT_EQ(Raised([&] { v.Ports(); }), "45003 Not connected");
 
   v.Connect(device.DeviceString());

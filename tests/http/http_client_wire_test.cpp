@@ -14,8 +14,8 @@
 namespace vmio {
 namespace {
 
-using test::RawPeer;
 using test::Raised;
+using test::RawPeer;
 using test::RecordingPeer;
 
 std::string Text(const std::vector<uint8_t>& bytes) { return std::string(bytes.begin(), bytes.end()); }

@@ -12,6 +12,7 @@
 #include "adam_sim.h"
 #include "aviosys_sim.h"
 #include "axis_sim.h"
+#include "devices/adam/adam.h"
 #include "devices/http/acti.h"
 #include "devices/http/aviosys_pdu.h"
 #include "devices/http/axis.h"
@@ -19,7 +20,6 @@
 #include "devices/http/stardot.h"
 #include "devices/http/vivotek.h"
 #include "genie_sim.h"
-#include "net/adam.h"
 #include "stardot_sim.h"
 #include "support/raised.h"
 #include "vivotek_sim.h"
@@ -45,7 +45,8 @@ struct Make {
 };
 
 template <class Sim, class Options>
-std::shared_ptr<IODevice> StartHttp(const char* progid, Options options, std::shared_ptr<void>& keeper, std::string& device) {
+std::shared_ptr<IODevice> StartHttp(const char* progid, Options options, std::shared_ptr<void>& keeper,
+                                    std::string& device) {
   auto sim = std::make_shared<Sim>(std::move(options));
   sim->Start();
   device = sim->DeviceString();
@@ -82,7 +83,8 @@ std::vector<Make> Makes() {
                      sim->Start();
                      device = sim->DeviceString();
                      keeper = sim;
-                     return std::static_pointer_cast<IODevice>(std::make_shared<ADAM>(static_cast<uint16_t>(sim->UdpPort())));
+                     return std::static_pointer_cast<IODevice>(
+                         std::make_shared<ADAM>(static_cast<uint16_t>(sim->UdpPort())));
                    }});
   return makes;
 }
@@ -116,7 +118,8 @@ TEST_P(SharedRules, HoldForThisMake) {
   }
   ASSERT_GE(input, 0);
   ASSERT_GE(output, 0);
-  EXPECT_EQ(Raised([&] { d->PortValue(input, true); }), "45004 Port " + std::to_string(input + 1) + "is not an output port");
+  EXPECT_EQ(Raised([&] { d->PortValue(input, true); }),
+            "45004 Port " + std::to_string(input + 1) + "is not an output port");
   EXPECT_EQ(Raised([&] { d->PortValue(output, int32_t{1}); }), "13 Type mismatch");
   const bool before = d->PortValue(output).AsBool();
   EXPECT_EQ(Raised([&] { d->PortValue(output, !before); }), "none");

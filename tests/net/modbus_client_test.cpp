@@ -4,8 +4,8 @@
 #include <deque>
 
 #include "adam_sim.h"
-#include "loopback_peer.h"
 #include "net/modbus_t.h"
+#include "support/loopback_peer.h"
 #include "support/raised.h"
 
 namespace vmio {
@@ -66,8 +66,8 @@ TEST(ModbusT, FramesRequestsByteForByte) {
 
   // Byte arrays go with a count byte; an argument of another type is left out and not counted.
   modbus.SendRequest(15, int16_t{16}, std::monostate{}, Bytes{0xA5, 0x5A}, int16_t{-1});
-  EXPECT_EQ(device.Request(3), (Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x09, 0x01, 0x0F, 0x00, 0x10, 0x02, 0xA5, 0x5A,
-                                      0xFF, 0xFF}));
+  EXPECT_EQ(device.Request(3),
+            (Bytes{0x00, 0x03, 0x00, 0x00, 0x00, 0x09, 0x01, 0x0F, 0x00, 0x10, 0x02, 0xA5, 0x5A, 0xFF, 0xFF}));
   // Only the function code's low byte is sent; an argument list passes through whole.
   const std::vector<ModbusArg> list{int16_t{0x0102}};
   modbus.SendRequest(0x0134, list);

@@ -7,9 +7,9 @@
 #include <numeric>
 #include <thread>
 
-#include "loopback_peer.h"
 #include "net/lists.h"
-#include "net/winsock.h"
+#include "net/socket.h"
+#include "support/loopback_peer.h"
 #include "support/raised.h"
 
 namespace vmio {
@@ -81,7 +81,8 @@ TEST(RecvTimeout, WaitsWholeSecondsRoundingHalvesToEven) {
   EXPECT_LT(waited, 1.8);
 
   // Signals arriving every 100 ms (a host's interval timer, say) do not restart the wait.
-  struct sigaction ignore {}, before{};
+  struct sigaction ignore {
+  }, before{};
   ignore.sa_handler = [](int) {};
   sigaction(SIGUSR1, &ignore, &before);
   std::atomic<bool> done = false;

@@ -81,12 +81,19 @@ TEST(Commands, ReportUsageErrorsWithExitCode2) {
       {{"frobnicate"}, "vmio: unknown command 'frobnicate' (vmio --help lists them)\n"},
       {{"ports", "iodevice"}, "vmio ports: missing arguments\nusage: vmio ports CLASS DEVICE\n"},
       {{"classes", "extra"}, "vmio classes: too many arguments\nusage: vmio classes\n"},
-      {{"ports", "nosuch", "h"}, "vmio ports: unknown class 'nosuch' (vmio classes lists them)\nusage: vmio ports CLASS DEVICE\n"},
-      {{"get", "iodevice", "h", "1.5"}, "vmio get: INDEX must be a whole number, not '1.5'\nusage: vmio get CLASS DEVICE INDEX\n"},
-      {{"set", "iodevice", "h", "0", "on"}, "vmio set: the new state is true or false, not 'on'\nusage: vmio set CLASS DEVICE INDEX true|false\n"},
-      {{"watch", "iodevice", "h", "--count", "0"}, "vmio watch: --count takes a whole number of at least 1, not '0'\nusage: vmio watch CLASS DEVICE [--interval MS] [--count N]\n"},
-      {{"watch", "iodevice", "h", "--interval"}, "vmio watch: --interval needs a value\nusage: vmio watch CLASS DEVICE [--interval MS] [--count N]\n"},
-      {{"ports", "iodevice", "h", "--count", "2"}, "vmio ports: unknown option '--count'\nusage: vmio ports CLASS DEVICE\n"},
+      {{"ports", "nosuch", "h"},
+       "vmio ports: unknown class 'nosuch' (vmio classes lists them)\nusage: vmio ports CLASS DEVICE\n"},
+      {{"get", "iodevice", "h", "1.5"},
+       "vmio get: INDEX must be a whole number, not '1.5'\nusage: vmio get CLASS DEVICE INDEX\n"},
+      {{"set", "iodevice", "h", "0", "on"},
+       "vmio set: the new state is true or false, not 'on'\nusage: vmio set CLASS DEVICE INDEX true|false\n"},
+      {{"watch", "iodevice", "h", "--count", "0"},
+       "vmio watch: --count takes a whole number of at least 1, not '0'\nusage: vmio watch CLASS DEVICE [--interval "
+       "MS] [--count N]\n"},
+      {{"watch", "iodevice", "h", "--interval"},
+       "vmio watch: --interval needs a value\nusage: vmio watch CLASS DEVICE [--interval MS] [--count N]\n"},
+      {{"ports", "iodevice", "h", "--count", "2"},
+       "vmio ports: unknown option '--count'\nusage: vmio ports CLASS DEVICE\n"},
   };
   for (const auto& c : cases) {
     const Result r = Vmio(c.args);

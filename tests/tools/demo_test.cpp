@@ -27,7 +27,8 @@ TEST(Demo, RunsEveryRegisteredDriverAgainstItsSimulator) {
   EXPECT_EQ(RunDemo(targets, out), 0) << out.str();
   const std::string text = out.str();
   for (const DemoTarget& t : targets) {
-    const std::regex summary("\n  " + std::string(t.progid) + " +[0-9]+ ports?, [0-9]+ reads?, (write checked|no outputs)\n");
+    const std::regex summary("\n  " + std::string(t.progid) +
+                             " +[0-9]+ ports?, [0-9]+ reads?, (write checked|no outputs)\n");
     EXPECT_TRUE(std::regex_search(text, summary)) << t.progid << "\n" << text;
   }
   const std::string n = std::to_string(targets.size());
@@ -45,8 +46,10 @@ TEST(Demo, ReportsEachFailingTargetAndGoesOnWithTheRest) {
   std::ostringstream out;
   EXPECT_EQ(RunDemo(targets, out), 3);
   const std::string text = out.str();
-  EXPECT_NE(text.find("VMIO.NoSuchDriver\n  failed creating the object: error 429: ActiveX component can't create object\n"),
-            std::string::npos) << text;
+  EXPECT_NE(
+      text.find("VMIO.NoSuchDriver\n  failed creating the object: error 429: ActiveX component can't create object\n"),
+      std::string::npos)
+      << text;
   EXPECT_NE(text.find("  failed starting the simulator: address in use\n"), std::string::npos) << text;
   EXPECT_NE(text.find("  failed preparing the object: error 13: Type mismatch\n"), std::string::npos) << text;
   EXPECT_NE(text.find("VMIO.IODevice\n  connected to operator:***@127.0.0.1:9, 0 ports\n"), std::string::npos) << text;
@@ -103,7 +106,8 @@ TEST(Watch, PrintsTheStartingValuesAndThenAChangeMadeByAnotherHost) {
   EXPECT_EQ(code, 0) << err.str();
 
   const std::string index = std::to_string(found.index);
-  const std::regex line("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  " + index + "  .*  (true|false)");
+  const std::regex line("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  " + index +
+                        "  .*  (true|false)");
   std::vector<std::string> values;
   std::istringstream lines(out.str());
   for (std::string l; std::getline(lines, l);) {

@@ -87,10 +87,13 @@ TEST(Shell, AnswersBadInputWithErrorLinesAndKeepsGoing) {
       "sleep -1\n"
       "PORTS\n"
       "ports\n");
-  EXPECT_EQ(lines, (std::vector<std::string>{
-                       kInvalid, kNotSet, "error 429 ActiveX component can't create object", kInvalid, kInvalid,
-                       "ok", kInvalid, kInvalid, kInvalid, kInvalid, kInvalid, kInvalid, kInvalid, kInvalid,
-                       kInvalid, kInvalid, kInvalid, kInvalid, kInvalid, kInvalid, "i4:0"}));
+  EXPECT_EQ(lines, (std::vector<std::string>{kInvalid, kNotSet,  "error 429 ActiveX component can't create object",
+                                             kInvalid, kInvalid, "ok",
+                                             kInvalid, kInvalid, kInvalid,
+                                             kInvalid, kInvalid, kInvalid,
+                                             kInvalid, kInvalid, kInvalid,
+                                             kInvalid, kInvalid, kInvalid,
+                                             kInvalid, kInvalid, "i4:0"}));
 }
 
 TEST(Shell, NumbersObjectsInOrderOfCreationAndReleasesTheCurrentOne) {

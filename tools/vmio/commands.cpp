@@ -46,7 +46,8 @@ int32_t PositiveOption(const Invocation& inv, std::string_view name, int32_t fal
   const auto it = inv.options.find(name);
   if (it == inv.options.end()) return fallback;
   const auto value = ParseInt32(it->second);
-  if (!value || *value < 1) throw UsageError(std::string(name) + " takes a whole number of at least 1, not '" + it->second + "'");
+  if (!value || *value < 1)
+    throw UsageError(std::string(name) + " takes a whole number of at least 1, not '" + it->second + "'");
   return *value;
 }
 
@@ -97,29 +98,51 @@ int Shell(const Invocation& inv) { return RunShell(inv.in, inv.out); }
 int Demo(const Invocation& inv) { return RunDemo(DemoTargets(), inv.out) == 0 ? 0 : 1; }
 
 constexpr Command kCommands[] = {
-    {"classes", "classes", "list the device classes",
+    {"classes",
+     "classes",
+     "list the device classes",
      "Lists every class vmio can create: its programmatic name and its short name. CLASS\n"
      "arguments of the other commands take either, in any case.",
-     0, {}, &Classes},
-    {"ports", "ports CLASS DEVICE", "list a device's ports with their current values",
+     0,
+     {},
+     &Classes},
+    {"ports",
+     "ports CLASS DEVICE",
+     "list a device's ports with their current values",
      "Connects and prints a table of every port: index, name, direction, type and value.\n"
      "\nexample: vmio ports axis root:secret@10.0.0.5",
-     2, {}, &Ports},
-    {"get", "get CLASS DEVICE INDEX", "read one port",
+     2,
+     {},
+     &Ports},
+    {"get",
+     "get CLASS DEVICE INDEX",
+     "read one port",
      "Connects and prints the value of port INDEX (the first port is 0).\n"
      "\nexample: vmio get vivotek 10.0.0.6 0",
-     3, {}, &Get},
-    {"set", "set CLASS DEVICE INDEX true|false", "switch an output on or off",
+     3,
+     {},
+     &Get},
+    {"set",
+     "set CLASS DEVICE INDEX true|false",
+     "switch an output on or off",
      "Connects and switches output port INDEX on (true) or off (false).\n"
      "\nexample: vmio set adam 10.0.0.7 6 true",
-     4, {}, &Set},
-    {"watch", "watch CLASS DEVICE [--interval MS] [--count N]", "print port changes as they happen",
+     4,
+     {},
+     &Set},
+    {"watch",
+     "watch CLASS DEVICE [--interval MS] [--count N]",
+     "print port changes as they happen",
      "Reads every port each MS milliseconds (default 500) and prints the time, index, name and\n"
      "value of each port at the start and whenever one changes. Stops after N polls when\n"
      "--count is given, otherwise on Ctrl-C.\n"
      "\nexample: vmio watch axis root:secret@10.0.0.5 --interval 250",
-     2, {"--interval", "--count"}, &Watch},
-    {"shell", "shell", "run commands read from standard input, one result line each",
+     2,
+     {"--interval", "--count"},
+     &Watch},
+    {"shell",
+     "shell",
+     "run commands read from standard input, one result line each",
      "The line protocol for scripts: one command per line, one result line per command (ok,\n"
      "a typed value, or error N DESCRIPTION). Blank lines and lines starting with # are skipped.\n"
      "\n"
@@ -129,12 +152,18 @@ constexpr Command kCommands[] = {
      "\n"
      "Values: empty, bool:true, u1:N, i2:N, i4:N, r8:X, str:TEXT (escapes \\\\ \\r \\n \\t \\xHH).\n"
      "\nexample: printf 'new VMIO.Axis\\nconnect 10.0.0.5\\nget 0\\n' | vmio shell",
-     0, {}, &Shell},
-    {"demo", "demo", "run every driver against its built-in simulated device",
+     0,
+     {},
+     &Shell},
+    {"demo",
+     "demo",
+     "run every driver against its built-in simulated device",
      "Starts a simulated device for every driver, connects, lists and reads the ports,\n"
      "switches the first output over and back, and prints a summary. Exits 1 when a driver\n"
      "fails.",
-     0, {}, &Demo},
+     0,
+     {},
+     &Demo},
 };
 
 void PrintOverview(std::ostream& out) {

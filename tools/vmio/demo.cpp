@@ -81,13 +81,14 @@ Outcome RunTarget(const DemoTarget& target, std::ostream& out) {
     if (output >= 0) {
       step = "switching port " + std::to_string(output);
       const Variant before = io->PortValue(output);
-      if (!before.IsBool()) throw DemoFailure("port " + std::to_string(output) + " reads " + FormatTypedValue(before) + ", not a Boolean");
+      if (!before.IsBool())
+        throw DemoFailure("port " + std::to_string(output) + " reads " + FormatTypedValue(before) + ", not a Boolean");
       const Variant wanted(!before.AsBool());
       io->PortValue(output, wanted);
       const Variant after = io->PortValue(output);
       if (after != wanted) {
-        throw DemoFailure("port " + std::to_string(output) + " reads " + DisplayValue(after) + " after being switched to " +
-                          DisplayValue(wanted));
+        throw DemoFailure("port " + std::to_string(output) + " reads " + DisplayValue(after) +
+                          " after being switched to " + DisplayValue(wanted));
       }
       io->PortValue(output, before);
       out << "  switched port " << output << " (" << EscapeText(io->PortName(output)) << ") " << DisplayValue(before)
@@ -125,7 +126,8 @@ int RunDemo(std::span<const DemoTarget> targets, std::ostream& out) {
   for (const Outcome& o : outcomes) width = std::max(width, o.progid.size());
   const auto failed = std::ranges::count_if(outcomes, [](const Outcome& o) { return !o.ok; });
   out << "summary:\n";
-  for (const Outcome& o : outcomes) out << "  " << std::left << std::setw(static_cast<int>(width)) << o.progid << "  " << o.summary << '\n';
+  for (const Outcome& o : outcomes)
+    out << "  " << std::left << std::setw(static_cast<int>(width)) << o.progid << "  " << o.summary << '\n';
   out << outcomes.size() << (outcomes.size() == 1 ? " driver: " : " drivers: ") << outcomes.size() - failed
       << " passed, " << failed << " failed" << std::endl;
   return static_cast<int>(failed);

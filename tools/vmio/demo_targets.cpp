@@ -1,20 +1,21 @@
 #include "demo_targets.h"
 
-#include "vmio/io_device.h"
 #include "acti_sim.h"
 #include "adam_sim.h"
-#include "axis_sim.h"
 #include "aviosys_sim.h"
+#include "axis_sim.h"
 #include "genie_sim.h"
 #include "serial_sim.h"
 #include "stardot_sim.h"
 #include "vivotek_sim.h"
+#include "vmio/io_device.h"
 
 namespace vmio::cli {
 
 // One entry per driver; add yours with the simulator it runs against.
 static const DemoTarget kTargets[] = {
-    {"VMIO.Axis", [](std::string& device) {
+    {"VMIO.Axis",
+     [](std::string& device) {
        sim::AxisSimOptions o;
        o.inputs = 4;
        o.outputs = 2;
@@ -26,7 +27,8 @@ static const DemoTarget kTargets[] = {
        device = axis->DeviceString();
        return std::shared_ptr<void>(axis);
      }},
-    {"VMIO.Vivotek", [](std::string& device) {
+    {"VMIO.Vivotek",
+     [](std::string& device) {
        sim::VivotekSimOptions o;
        o.inputs = 2;
        o.outputs = 2;
@@ -37,7 +39,8 @@ static const DemoTarget kTargets[] = {
        device = vivotek->DeviceString();
        return std::shared_ptr<void>(vivotek);
      }},
-    {"VMIO.ACTi", [](std::string& device) {
+    {"VMIO.ACTi",
+     [](std::string& device) {
        sim::ACTiSimOptions o;
        o.channels = 2;
        o.auth = {sim::AuthScheme::Basic, "Admin", "123456"};
@@ -47,7 +50,8 @@ static const DemoTarget kTargets[] = {
        device = acti->DeviceString();
        return std::shared_ptr<void>(acti);
      }},
-    {"VMIO.StarDot", [](std::string& device) {
+    {"VMIO.StarDot",
+     [](std::string& device) {
        sim::StarDotSimOptions o;
        o.inputs = 1;
        auto stardot = std::make_shared<sim::StarDotSim>(o);
@@ -56,14 +60,16 @@ static const DemoTarget kTargets[] = {
        device = stardot->DeviceString();
        return std::shared_ptr<void>(stardot);
      }},
-    {"VMIO.Genie", [](std::string& device) {
+    {"VMIO.Genie",
+     [](std::string& device) {
        auto genie = std::make_shared<sim::GenieSim>();
        genie->Start();
        genie->SetState("GIS_SENSOR1", 1);
        device = genie->DeviceString();
        return std::shared_ptr<void>(genie);
      }},
-    {"VMIO.AviosysPDU", [](std::string& device) {
+    {"VMIO.AviosysPDU",
+     [](std::string& device) {
        sim::AviosysSimOptions o;
        o.sockets = 4;
        o.names = {"Camera 1", "Camera 2", "Heater", "Lights"};
@@ -74,7 +80,8 @@ static const DemoTarget kTargets[] = {
        device = pdu->DeviceString();
        return std::shared_ptr<void>(pdu);
      }},
-    {"VMIO.ADAM", [](std::string& device) {
+    {"VMIO.ADAM",
+     [](std::string& device) {
        // The driver asks for the model on UDP port 1025 of the module's address.
        auto adam = std::make_shared<sim::AdamSim>(sim::AdamSimOptions{.model = "6060", .udp_port = 1025});
        adam->Start();
@@ -93,7 +100,7 @@ static const DemoTarget kTargets[] = {
        return std::shared_ptr<void>(instrument);
      },
      [](Object& rs232) {
-       const Variant listener[] = {"\r\n"};    // port 0: the last line it sent by itself
+       const Variant listener[] = {"\r\n"};     // port 0: the last line it sent by itself
        const Variant temperature[] = {"T?\r"};  // port 1: asked for
        rs232.Call("AddCommand", listener);
        rs232.Call("AddCommand", temperature);

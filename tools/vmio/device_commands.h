@@ -28,7 +28,7 @@ int SetPort(const ClassInfo& cls, const std::string& device, int32_t index, bool
 
 struct WatchOptions {
   int32_t interval_ms = 500;
-  std::optional<int32_t> count;           // polls; until stop when absent
+  std::optional<int32_t> count;             // polls; until stop when absent
   const std::atomic<bool>* stop = nullptr;  // set (from a signal handler) to end the watch
 };
 int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptions& options, std::ostream& out);

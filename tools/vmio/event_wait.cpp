@@ -20,7 +20,8 @@ bool WaitRunningEvents(int64_t ms, const std::atomic<bool>* stop) {
     const auto now = Clock::now();
     if (now >= deadline) return true;
     Clock::duration sleep = std::min<Clock::duration>(kLongestSleep, deadline - now);
-    if (const int32_t next = vmio::MillisecondsUntilNextEvent(); next >= 0) sleep = std::min<Clock::duration>(sleep, milliseconds(next));
+    if (const int32_t next = vmio::MillisecondsUntilNextEvent(); next >= 0)
+      sleep = std::min<Clock::duration>(sleep, milliseconds(next));
     std::this_thread::sleep_for(sleep);
   }
 }

@@ -125,10 +125,18 @@ std::optional<std::string> UnescapeText(std::string_view text) {
     }
     if (++i == text.size()) return std::nullopt;
     switch (text[i]) {
-      case '\\': out += '\\'; break;
-      case 'r': out += '\r'; break;
-      case 'n': out += '\n'; break;
-      case 't': out += '\t'; break;
+      case '\\':
+        out += '\\';
+        break;
+      case 'r':
+        out += '\r';
+        break;
+      case 'n':
+        out += '\n';
+        break;
+      case 't':
+        out += '\t';
+        break;
       case 'x': {
         if (i + 2 >= text.size()) return std::nullopt;
         const int high = HexDigit(text[i + 1]);
@@ -138,7 +146,8 @@ std::optional<std::string> UnescapeText(std::string_view text) {
         i += 2;
         break;
       }
-      default: return std::nullopt;
+      default:
+        return std::nullopt;
     }
   }
   return out;
@@ -193,23 +202,35 @@ std::string DisplayValue(const Variant& value) {
 
 std::string DirectionName(int32_t direction) {
   switch (direction) {
-    case IOInput: return "input";
-    case IOOutput: return "output";
-    case IOBidirectional: return "bidirectional";
-    default: return std::to_string(direction);
+    case IOInput:
+      return "input";
+    case IOOutput:
+      return "output";
+    case IOBidirectional:
+      return "bidirectional";
+    default:
+      return std::to_string(direction);
   }
 }
 
 std::string TypeName(int32_t type) {
   switch (type) {
-    case vtEmpty: return "Empty";
-    case vtI2: return "Integer";
-    case vtI4: return "Long";
-    case vtR8: return "Double";
-    case vtString: return "String";
-    case vtBool: return "Boolean";
-    case vtUI1: return "Byte";
-    default: return std::to_string(type);
+    case vtEmpty:
+      return "Empty";
+    case vtI2:
+      return "Integer";
+    case vtI4:
+      return "Long";
+    case vtR8:
+      return "Double";
+    case vtString:
+      return "String";
+    case vtBool:
+      return "Boolean";
+    case vtUI1:
+      return "Byte";
+    default:
+      return std::to_string(type);
   }
 }
 

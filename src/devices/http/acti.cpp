@@ -60,7 +60,8 @@ std::string ACTi::PortName(int32_t Index) {
 
 void ACTi::RefreshChannel(int32_t Channel) {
   // Made on the first read; grown (never reset) when a later Connect finds more channels.
-  if (ChannelReadTimes.size() < static_cast<size_t>(ChannelCount)) ChannelReadTimes.resize(static_cast<size_t>(ChannelCount), 0);
+  if (ChannelReadTimes.size() < static_cast<size_t>(ChannelCount))
+    ChannelReadTimes.resize(static_cast<size_t>(ChannelCount), 0);
   int32_t& readTime = ChannelReadTimes[static_cast<size_t>(Channel - 1)];
   if (CacheIsFresh(readTime)) return;
   if (!RequestCommand("mpeg4", "CHANNEL=" + std::to_string(Channel) + "&DIO_STATUS")) RaiseGettingValue();
@@ -76,7 +77,7 @@ void ACTi::RefreshChannel(int32_t Channel) {
   }
   const int32_t base = (Channel - 1) * 4;
   for (int p = 0; p < 4; ++p) SetValue(base + p, (status >> kStatusBits[p]) & 1);
-  readTime = GetTickCount();
+  readTime = TickCount();
 }
 
 Variant ACTi::PortValue(int32_t Index) {

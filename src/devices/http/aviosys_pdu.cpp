@@ -122,7 +122,7 @@ void AviosysPDU::RefreshStates() {
   }
   if (!SendCommand("GetPower")) RaiseGettingValue();
   StoreStates(60 + PinOffset(), InputCount);
-  last_read_ = GetTickCount();
+  last_read_ = TickCount();
 }
 
 Variant AviosysPDU::PortValue(int32_t Index) {

@@ -66,7 +66,8 @@ void Axis::Connect(const std::string& Device) {
   if (UsesIOPortGroup) {
     ReadIOPortDirections();
   } else {
-    for (int32_t i = 0; i < PortCount; ++i) PortDirections[static_cast<size_t>(i)] = i < InputCount ? IOInput : IOBidirectional;
+    for (int32_t i = 0; i < PortCount; ++i)
+      PortDirections[static_cast<size_t>(i)] = i < InputCount ? IOInput : IOBidirectional;
   }
 }
 
@@ -152,7 +153,7 @@ void Axis::Refresh(int32_t& lastRead, int32_t count, std::string_view checkPath,
     if (index < 0 || index >= PortCount) Raise(9);
     SetValue(static_cast<int32_t>(index), Val(row.value) == 1);
   }
-  lastRead = GetTickCount();
+  lastRead = TickCount();
 }
 
 }  // namespace vmio

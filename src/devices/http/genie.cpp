@@ -32,14 +32,18 @@ void Genie::Connect(const std::string& Device) {
   Connected = RequestPath(kCheckPath);
   if (!Connected) RaiseConnectionFailed();
   ResizePorts(InputCount + OutputCount);
-  for (int32_t i = 0; i < PortCount; ++i) PortDirections[static_cast<size_t>(i)] = i < InputCount ? IOInput : IOBidirectional;
+  for (int32_t i = 0; i < PortCount; ++i)
+    PortDirections[static_cast<size_t>(i)] = i < InputCount ? IOInput : IOBidirectional;
 }
 
 std::string Genie::PortName(int32_t Index) {
   switch (PortDirection(Index)) {
-    case IOInput: return "Sensor " + std::to_string(Index + 1);
-    case IOBidirectional: return Index < kBuzzerIndex ? "Alarm " + std::to_string(Index + 1 - InputCount) : "Buzzer";
-    default: return {};
+    case IOInput:
+      return "Sensor " + std::to_string(Index + 1);
+    case IOBidirectional:
+      return Index < kBuzzerIndex ? "Alarm " + std::to_string(Index + 1 - InputCount) : "Buzzer";
+    default:
+      return {};
   }
 }
 
@@ -50,7 +54,7 @@ void Genie::RefreshStates() {
     const int32_t index = PortOfKey(row.key);
     if (index != -1) SetValue(index, Val(row.value) == 1);
   }
-  last_read_ = GetTickCount();
+  last_read_ = TickCount();
 }
 
 Variant Genie::PortValue(int32_t Index) {

@@ -35,7 +35,8 @@ void StarDot::Connect(const std::string& Device) {
   RelayCount = relays;
   InputCount = inputs;
   PortNames.assign(static_cast<size_t>(PortCount), "Input");
-  for (int32_t i = 0; i < PortCount; ++i) PortDirections[static_cast<size_t>(i)] = i < RelayCount ? IOBidirectional : IOInput;
+  for (int32_t i = 0; i < PortCount; ++i)
+    PortDirections[static_cast<size_t>(i)] = i < RelayCount ? IOBidirectional : IOInput;
   if (RelayCount > 0) PortNames[0] = "Relay";
   Connected = true;
 }
@@ -59,7 +60,7 @@ void StarDot::RefreshStates() {
       }
     }
   }
-  LastRead = GetTickCount();
+  LastRead = TickCount();
 }
 
 Variant StarDot::PortValue(int32_t Index) {

@@ -44,7 +44,8 @@ void Vivotek::Connect(const std::string& Device) {
   InputCount = inputs;
   OutputCount = outputs;
   PortKinds.resize(static_cast<size_t>(PortCount));
-  for (int32_t i = 0; i < PortCount; ++i) PortKinds[static_cast<size_t>(i)] = i < InputCount ? kDigitalInput : kDigitalOutput;
+  for (int32_t i = 0; i < PortCount; ++i)
+    PortKinds[static_cast<size_t>(i)] = i < InputCount ? kDigitalInput : kDigitalOutput;
 }
 
 int32_t Vivotek::PortKind(int32_t Index) const {
@@ -84,7 +85,9 @@ void Vivotek::PortValue(int32_t Index, const Variant& NewValue) {
 
 void Vivotek::RefreshInputs() { RefreshGroup("/cgi-bin/dido/getdi.cgi?", "di", InputCount, 0, LastInputRead); }
 
-void Vivotek::RefreshOutputs() { RefreshGroup("/cgi-bin/dido/getdo.cgi?", "do", OutputCount, InputCount, LastOutputRead); }
+void Vivotek::RefreshOutputs() {
+  RefreshGroup("/cgi-bin/dido/getdo.cgi?", "do", OutputCount, InputCount, LastOutputRead);
+}
 
 void Vivotek::RefreshGroup(const char* cgi, const char* item, int32_t count, int32_t offset, int32_t& lastRead) {
   if (CacheIsFresh(lastRead)) return;
@@ -106,7 +109,7 @@ void Vivotek::RefreshGroup(const char* cgi, const char* item, int32_t count, int
       SetValue(static_cast<int32_t>(index), Val(row.value) == 1);
     }
   }
-  lastRead = GetTickCount();
+  lastRead = TickCount();
 }
 
 }  // namespace vmio

@@ -107,8 +107,8 @@ class CurlSession final : public HttpSession {
     receiver_ = nullptr;
     curl_off_t length = -1;
     curl_easy_getinfo(easy_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    last_response_ = code == CURLE_OK ? ""
-                     : timed_out_     ? "Receive time-out: no data for " + std::to_string(receive_timeout_ms_) + " ms"
+    last_response_ = code == CURLE_OK   ? ""
+                     : timed_out_       ? "Receive time-out: no data for " + std::to_string(receive_timeout_ms_) + " ms"
                      : error_buffer_[0] ? error_buffer_
                                         : curl_easy_strerror(code);
     return {Classify(code), length};
@@ -152,11 +152,15 @@ class CurlSession final : public HttpSession {
   HttpOutcome Classify(CURLcode code) const {
     if (stopped_) return HttpOutcome::Stopped;
     switch (code) {
-      case CURLE_OK: return HttpOutcome::Complete;
-      case CURLE_PARTIAL_FILE: return headers_done_ ? HttpOutcome::Truncated : HttpOutcome::NoResponse;
+      case CURLE_OK:
+        return HttpOutcome::Complete;
+      case CURLE_PARTIAL_FILE:
+        return headers_done_ ? HttpOutcome::Truncated : HttpOutcome::NoResponse;
       case CURLE_URL_MALFORMAT:
-      case CURLE_UNSUPPORTED_PROTOCOL: return HttpOutcome::BadUrl;
-      default: return headers_done_ ? HttpOutcome::BodyBroken : HttpOutcome::NoResponse;
+      case CURLE_UNSUPPORTED_PROTOCOL:
+        return HttpOutcome::BadUrl;
+      default:
+        return headers_done_ ? HttpOutcome::BodyBroken : HttpOutcome::NoResponse;
     }
   }
 

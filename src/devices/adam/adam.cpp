@@ -1,4 +1,4 @@
-#include "net/adam.h"
+#include "devices/adam/adam.h"
 
 #include <algorithm>
 #include <array>
@@ -21,9 +21,8 @@ struct AdamModel {
 };
 
 constexpr AdamModel kModels[] = {
-    {"6015", 0, 7, 0, 0}, {"6017", 0, 8, 2, 0}, {"6018", 0, 8, 8, 0},
-    {"6024", 2, 6, 2, 2}, {"6050", 12, 0, 6, 0}, {"6051", 14, 0, 2, 0},
-    {"6052", 8, 0, 8, 0}, {"6060", 6, 0, 6, 0}, {"6066", 6, 0, 6, 0},
+    {"6015", 0, 7, 0, 0},  {"6017", 0, 8, 2, 0}, {"6018", 0, 8, 8, 0}, {"6024", 2, 6, 2, 2}, {"6050", 12, 0, 6, 0},
+    {"6051", 14, 0, 2, 0}, {"6052", 8, 0, 8, 0}, {"6060", 6, 0, 6, 0}, {"6066", 6, 0, 6, 0},
 };
 
 constexpr int16_t kFirstRelayCoil = 16;
@@ -132,7 +131,7 @@ std::string ADAM::GetModelNumber(const std::string& HostName) {
 void ADAM::RefreshInputs() {
   if (CacheIsFresh(LastRefresh)) return;
   // Restarted before asking, so a failed read also holds off the next one.
-  LastRefresh = GetTickCount();
+  LastRefresh = TickCount();
   const std::vector<uint8_t> data = Modbus.GetCoilData(0, kCoilsRead);
   for (int32_t i = 0; i < DigitalInputs; ++i) {
     // Only the first status byte is consulted: inputs 8 and above read false.

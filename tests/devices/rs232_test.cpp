@@ -1,4 +1,4 @@
-#include "serial/rs232.h"
+#include "devices/rs232/rs232.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -77,8 +77,7 @@ TEST_F(RS232Test, LateBoundMembers) {
   EXPECT_EQ(Raised([&] { rs232.Call("AddCommand", two); }),
             "450 Wrong number of arguments or invalid property assignment");
   EXPECT_EQ(Raised([&] { rs232.Call("GetCommand", number); }), "9 Subscript out of range");
-  EXPECT_EQ(Raised([&] { rs232.Call("RemoveCommand", none); }),
-            "438 Object doesn't support this property or method");
+  EXPECT_EQ(Raised([&] { rs232.Call("RemoveCommand", none); }), "438 Object doesn't support this property or method");
   EXPECT_EQ(rs232.Ports(), 2);
 }
 
@@ -87,8 +86,7 @@ TEST_F(RS232Test, ConnectFailuresNameThePort) {
   EXPECT_EQ(Raised([&] { rs232.Connect("COM1"); }), "45001 Error opening COM port 0");
   EXPECT_EQ(Raised([&] { rs232.Connect("-2"); }), "45001 Error opening COM port -2");
   EXPECT_EQ(Raised([&] { rs232.Connect("/dev/no-such-tty"); }), "45001 Error opening COM port /dev/no-such-tty");
-  EXPECT_EQ(Raised([&] { rs232.Connect("/dev/null"); }), "45001 Error opening COM port /dev/null")
-      << "not a terminal";
+  EXPECT_EQ(Raised([&] { rs232.Connect("/dev/null"); }), "45001 Error opening COM port /dev/null") << "not a terminal";
   EXPECT_EQ(Raised([&] { rs232.Connect("70000"); }), "6 Overflow");
   // The failed Connect leaves an unopened port behind; reading it is the port's own error.
   EXPECT_EQ(Raised([&] { rs232.Connect("/dev/no-such-tty"); }), "45001 Error opening COM port /dev/no-such-tty");
@@ -123,8 +121,10 @@ TEST_F(RS232Test, OpensTheLineAt9600EightNoneOneRaw) {
 
 TEST_F(RS232Test, CommandModeSendsTheCommandAndReturnsTheReplyLine) {
   instrument.SetReply("T?", {.text = "21.4\r\n"});
-  instrument.SetReply("U?", {.text = "\xB0""C\n"});       // code page 1252 degree sign
-  instrument.SetReply("\xB0?", {.text = "2\x00""1\r"s});  // NULs are dropped
+  instrument.SetReply("U?", {.text = "\xB0"
+                                     "C\n"});  // code page 1252 degree sign
+  instrument.SetReply("\xB0?", {.text = "2\x00"
+                                        "1\r"s});  // NULs are dropped
   instrument.SetReply("S?", {.text = "*B01:42.0\r"});
   rs232.AddCommand("T?\r");
   rs232.AddCommand("U?\r\n");
@@ -137,7 +137,9 @@ TEST_F(RS232Test, CommandModeSendsTheCommandAndReturnsTheReplyLine) {
   // The LF after the first reply's CR is discarded before the next command, not taken as
   // an empty reply.
   EXPECT_EQ(Text(rs232.PortValue(0)), "21.4");
-  EXPECT_EQ(Text(rs232.PortValue(1)), "\xC2\xB0""C");
+  EXPECT_EQ(Text(rs232.PortValue(1)),
+            "\xC2\xB0"
+            "C");
   EXPECT_EQ(Text(rs232.PortValue(2)), "21");
   EXPECT_EQ(Text(rs232.PortValue(3)), "*B01:42.0") << "the *B rule is for listening ports";
   EXPECT_EQ(instrument.Received(), "T?\rT?\rU?\r\n\xB0?\nS?\r");
@@ -165,10 +167,9 @@ TEST_F(RS232Test, WaitsForAReplyThatComesSlowlyAndLetsEventsRun) {
 
   EXPECT_GE(elapsed, 240ms) << "three pieces: 150 + 50 + 50 ms";
   EXPECT_GE(tick->calls, 8) << "the timer ran inside the wait";
-  const auto cpu_us = (after.ru_utime.tv_sec - before.ru_utime.tv_sec + after.ru_stime.tv_sec -
-                       before.ru_stime.tv_sec) * 1000000L +
-                      (after.ru_utime.tv_usec - before.ru_utime.tv_usec) +
-                      (after.ru_stime.tv_usec - before.ru_stime.tv_usec);
+  const auto cpu_us =
+      (after.ru_utime.tv_sec - before.ru_utime.tv_sec + after.ru_stime.tv_sec - before.ru_stime.tv_sec) * 1000000L +
+      (after.ru_utime.tv_usec - before.ru_utime.tv_usec) + (after.ru_stime.tv_usec - before.ru_stime.tv_usec);
   EXPECT_LT(cpu_us, std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count() / 3)
       << "the wait sleeps rather than spins";
 }

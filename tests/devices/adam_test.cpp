@@ -4,17 +4,17 @@
 #include <thread>
 
 #include "adam_sim.h"
-#include "loopback_peer.h"
-#include "net/adam.h"
+#include "devices/adam/adam.h"
+#include "support/loopback_peer.h"
 #include "support/raised.h"
 
 namespace vmio {
 namespace {
 
-using test::Raised;
 using sim::AdamSim;
 using sim::AdamSimOptions;
 using sim::AdamUdpMode;
+using test::Raised;
 using namespace std::chrono_literals;
 
 const std::string kNotConnected = "45003 Not connected";
@@ -48,8 +48,15 @@ TEST(ADAM, BuildsThePortTableOfEveryModel) {
     int inputs;
     int relays;
   };
-  for (const Expected& e : {Expected{"6015", 0, 0}, {"6017", 0, 2}, {"6018", 0, 8}, {"6024", 2, 2}, {"6050", 12, 6},
-                            {"6051", 14, 2}, {"6052", 8, 8}, {"6060", 6, 6}, {"6066", 6, 6}}) {
+  for (const Expected& e : {Expected{"6015", 0, 0},
+                            {"6017", 0, 2},
+                            {"6018", 0, 8},
+                            {"6024", 2, 2},
+                            {"6050", 12, 6},
+                            {"6051", 14, 2},
+                            {"6052", 8, 8},
+                            {"6060", 6, 6},
+                            {"6066", 6, 6}}) {
     SCOPED_TRACE(e.model);
     Rig rig({.model = e.model});
     rig.Connect();
@@ -59,8 +66,8 @@ TEST(ADAM, BuildsThePortTableOfEveryModel) {
       const bool input = i < e.inputs;
       EXPECT_EQ(rig.adam.PortDirection(i), input ? IOInput : IOBidirectional);
       EXPECT_EQ(rig.adam.PortType(i), 11);
-      EXPECT_EQ(rig.adam.PortName(i), input ? "Digital input " + std::to_string(i)
-                                            : "Relay output " + std::to_string(i - e.inputs));
+      EXPECT_EQ(rig.adam.PortName(i),
+                input ? "Digital input " + std::to_string(i) : "Relay output " + std::to_string(i - e.inputs));
     }
     const std::string outOfRange = "9 Subscript out of range";
     EXPECT_EQ(Raised([&] { rig.adam.PortDirection(ports); }), outOfRange);

@@ -1,4 +1,4 @@
-#include "serial/rs232.h"
+#include "devices/rs232/rs232.h"
 
 #include <algorithm>
 
@@ -144,7 +144,8 @@ std::string RS232::Listen(std::string_view terminator) {
     size_t rest = 0;
     std::string_view line;
     bool complete = false;
-    for (size_t end; (end = listen_buffer_.find(terminator, rest)) != std::string::npos; rest = end + terminator.size()) {
+    for (size_t end; (end = listen_buffer_.find(terminator, rest)) != std::string::npos;
+         rest = end + terminator.size()) {
       line = std::string_view(listen_buffer_).substr(rest, end - rest);
       complete = true;
     }
@@ -164,7 +165,7 @@ std::string RS232::Ask(const std::string& command) {
   } catch (const AutomationError&) {
     // Not reported: a missing or closed line fails in the wait below, a dead one times out.
   }
-  const int32_t start = GetTickCount();
+  const int32_t start = TickCount();
   std::string reply;
   for (bool ended = false; !ended;) {
     const std::string got = ReadText();

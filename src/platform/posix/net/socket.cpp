@@ -1,5 +1,5 @@
 // The socket seam on POSIX sockets.
-#include "net/winsock.h"
+#include "net/socket.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -1,4 +1,4 @@
-#include "net/winsock.h"
+#include "net/socket.h"
 
 #include <climits>
 #include <cmath>

@@ -1,5 +1,5 @@
 #pragma once
-// Winsock: the socket calls the Modbus/TCP client and the ADAM model query make, behind one
+// The socket layer: the socket calls the Modbus/TCP client and the ADAM model query make, behind one
 // small seam (one implementation per OS in platform/<os>/net/), plus RecvTimeout, the only
 // place where the library waits for incoming data.
 //
