@@ -5,14 +5,14 @@
 // stores the device string, asks the device for its layout once and builds the table;
 // Ports/PortDirection/PortType/PortName answer from it. Disconnect marks the object
 // unconnected and keeps the table, so directions and types of the last connection still
-// answer. Connect may be called again to rebuild the table. Every call blocks the caller's
-// thread until the device answers or the driver's documented time-out passes; failures are
-// raised as AutomationError, never returned.
+// answer. Connect may be called again to rebuild the table. A Connect that fails leaves the
+// object unconnected (Ports then raises 45003). Every call blocks the caller's thread until
+// the device answers or the driver's documented time-out passes; failures are raised as
+// AutomationError, never returned.
 #include <cstdint>
-#include <span>
 #include <string>
-#include <string_view>
 
+#include "vmio/object.h"
 #include "vmio/variant.h"
 
 namespace vmio {
@@ -30,15 +30,6 @@ enum IOErrors : int32_t {
   IOErrorGettingValue = 45005,
 };
 
-// Every object a host can create by name.
-class Object {
- public:
-  virtual ~Object() = default;
-  // Late-bound call of a public member that is not part of a typed interface
-  // (RS232's AddCommand, say). Raises 438 when the object has no such member.
-  virtual Variant Call(std::string_view member, std::span<const Variant> args);
-};
-
 class IODevice : public Object {
  public:
   virtual void Connect(const std::string& Device) = 0;
@@ -51,6 +42,10 @@ class IODevice : public Object {
   virtual Variant PortValue(int32_t Index) = 0;
   // The property put: switch an output.
   virtual void PortValue(int32_t Index, const Variant& NewValue) = 0;
+
+  // The interface's members in slot order, dispatch ids 1 to 7 (the put shares PortValue's).
+  static const MemberTable kMembers;
+  const MemberTable& Members() const override { return kMembers; }
 };
 
 }  // namespace vmio

@@ -1,11 +1,21 @@
 #pragma once
 // An automation variant: a value tagged with the automation type code hosts see.
+//
+// Constructors take exactly the types a variant holds: a bool makes a Boolean, an int32_t a
+// 32-bit integer, text a string. Other arithmetic types and pointers (other than C strings) do
+// not compile, so no unsigned value or pointer turns silently into a Boolean.
+#include <concepts>
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 namespace vmio {
+
+class Object;
 
 // Automation variant type codes (the subset this library exchanges).
 enum VarTypeCode : int32_t {
@@ -14,45 +24,69 @@ enum VarTypeCode : int32_t {
   vtI4 = 3,  // 32-bit integer
   vtR8 = 5,  // double
   vtString = 8,
+  vtDispatch = 9,  // an object reference
   vtBool = 11,
-  vtUI1 = 17,  // byte
+  vtVariant = 12,    // any type: an array element or parameter type, never a value's own type
+  vtUI1 = 17,        // byte
+  vtArray = 0x2000,  // combined with the element type: vtArray | vtString
 };
 
 class Variant {
  public:
   Variant() = default;
-  Variant(bool v) : value_(v) {}
-  Variant(uint8_t v) : value_(v) {}
-  Variant(int16_t v) : value_(v) {}
-  Variant(int32_t v) : value_(v) {}
-  Variant(double v) : value_(v) {}
+  template <std::same_as<bool> T>
+  Variant(T v) : value_(v) {}
+  template <std::same_as<uint8_t> T>
+  Variant(T v) : value_(v) {}
+  template <std::same_as<int16_t> T>
+  Variant(T v) : value_(v) {}
+  template <std::same_as<int32_t> T>
+  Variant(T v) : value_(v) {}
+  template <std::same_as<double> T>
+  Variant(T v) : value_(v) {}
   Variant(std::string v) : value_(std::move(v)) {}
   Variant(std::string_view v) : value_(std::string(v)) {}
   Variant(const char* v) : value_(std::string(v)) {}
+  // An object reference (type 9); a null pointer is the reference to nothing.
+  explicit Variant(std::shared_ptr<Object> v) : value_(std::move(v)) {}
 
-  // The automation type code (vtEmpty, vtBool, ...).
+  // A one-dimensional array, lower bound 0, of elements of one type (vtString, vtDispatch, or
+  // vtVariant for mixed elements).
+  static Variant Array(int32_t element_type, std::vector<Variant> elements);
+
+  // The automation type code (vtEmpty, vtBool, vtArray | vtString, ...).
   int32_t VarType() const;
   bool IsEmpty() const { return value_.index() == 0; }
   bool IsBool() const { return std::holds_alternative<bool>(value_); }
   bool IsString() const { return std::holds_alternative<std::string>(value_); }
+  bool IsObject() const { return std::holds_alternative<std::shared_ptr<Object>>(value_); }
+  bool IsArray() const { return std::holds_alternative<ArrayValue>(value_); }
+  // True for byte, 16/32-bit integers and doubles (not Booleans).
+  bool IsNumber() const;
 
   // Typed access; each raises automation error 13 (type mismatch) on another type.
   bool AsBool() const;
   const std::string& AsString() const;
-  // Any numeric type (byte, 16/32-bit, double, Boolean as -1/0) as a double; 13 otherwise.
+  // Any numeric type (byte, 16/32-bit, double, Boolean as -1/0, empty as 0) as a double.
   double AsDouble() const;
   // Any numeric type converted as the automation run-time does (halves to even; 6 on overflow).
   int32_t AsInt32() const;
+  const std::shared_ptr<Object>& AsObject() const;
+  // The elements of an array.
+  std::span<const Variant> AsArray() const;
 
-  template <class T>
-  const T* If() const {
-    return std::get_if<T>(&value_);
-  }
-
-  friend bool operator==(const Variant&, const Variant&) = default;
+  friend bool operator==(const Variant& a, const Variant& b);
 
  private:
-  std::variant<std::monostate, bool, uint8_t, int16_t, int32_t, double, std::string> value_;
+  struct ArrayValue {
+    int32_t element_type;
+    std::shared_ptr<const std::vector<Variant>> elements;  // shared: arrays are values, never changed
+    bool operator==(const ArrayValue& other) const;        // by element
+  };
+
+  std::variant<std::monostate, bool, uint8_t, int16_t, int32_t, double, std::string, std::shared_ptr<Object>,
+               ArrayValue>
+      value_;
 };
 
 }  // namespace vmio

@@ -51,9 +51,6 @@ void RaiseConnectionFailed(std::string description) { Raise(IOErrorConnectionFai
 
 void RaiseGettingValue() { Raise(IOErrorGettingValue, "Unable to connect to the device"); }
 
-bool RequireBoolean(const Variant& value) {
-  if (const bool* b = value.If<bool>()) return *b;
-  Raise(13);
-}
+bool RequireBoolean(const Variant& value) { return value.AsBool(); }
 
 }  // namespace vmio

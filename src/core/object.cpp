@@ -1,8 +1,52 @@
+#include "vmio/object.h"
+
 #include "core/errors.h"
-#include "vmio/io_device.h"
+#include "core/text_match.h"
 
 namespace vmio {
+namespace {
 
-Variant Object::Call(std::string_view, std::span<const Variant>) { Raise(438); }
+const MemberTable kNoMembers{};
+
+template <class Match>
+const Member* FindIn(const MemberTable* table, MemberKind kind, Match matches) {
+  for (; table; table = table->base) {
+    for (const Member& m : table->members) {
+      if (m.kind == kind && matches(m)) return &m;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+const Member* MemberTable::Find(std::string_view name, MemberKind kind) const {
+  return FindIn(this, kind, [&](const Member& m) { return EqualsNoCase(m.name, name); });
+}
+
+const Member* MemberTable::Find(int32_t dispid, MemberKind kind) const {
+  return FindIn(this, kind, [&](const Member& m) { return m.dispid == dispid; });
+}
+
+const MemberTable& Object::Members() const { return kNoMembers; }
+
+Variant Object::Call(std::string_view member, std::span<const Variant> args) {
+  const MemberTable& table = Members();
+  const Member* found = table.Find(member, MemberKind::kMethod);
+  if (!found) found = table.Find(member, MemberKind::kPropertyGet);
+  if (!found) Raise(438);
+  return Invoke(*found, args);
+}
+
+void Object::Put(std::string_view member, std::span<const Variant> args) {
+  const Member* found = Members().Find(member, MemberKind::kPropertyPut);
+  if (!found) Raise(438);
+  Invoke(*found, args);
+}
+
+Variant Object::Invoke(const Member& member, std::span<const Variant> args) {
+  if (args.size() != member.param_count) Raise(450);
+  return member.invoke(*this, args);
+}
 
 }  // namespace vmio

@@ -1,8 +1,6 @@
-#include <algorithm>
-#include <array>
-
 #include "core/errors.h"
 #include "core/io_device_placeholder.h"
+#include "core/text_match.h"
 #include "devices/adam/adam.h"
 #include "devices/http/acti.h"
 #include "devices/http/aviosys_pdu.h"
@@ -34,15 +32,16 @@ constexpr ClassInfo kClasses[] = {
     {"VMIO.RS232", "rs232", &Make<RS232>},
 };
 
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-  return std::ranges::equal(a, b, [](char x, char y) {
-    return (x >= 'A' && x <= 'Z' ? x | 0x20 : x) == (y >= 'A' && y <= 'Z' ? y | 0x20 : y);
-  });
-}
-
 }  // namespace
 
 std::span<const ClassInfo> Classes() { return kClasses; }
+
+const ClassInfo* FindClass(std::string_view name) {
+  for (const ClassInfo& c : kClasses) {
+    if (EqualsNoCase(c.progid, name) || EqualsNoCase(c.short_name, name)) return &c;
+  }
+  return nullptr;
+}
 
 std::shared_ptr<Object> CreateObject(std::string_view progid) {
   for (const ClassInfo& c : kClasses) {

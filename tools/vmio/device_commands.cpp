@@ -16,12 +16,6 @@
 namespace vmio::cli {
 namespace {
 
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-  return std::ranges::equal(a, b, [](char x, char y) {
-    return (x >= 'A' && x <= 'Z' ? x | 0x20 : x) == (y >= 'A' && y <= 'Z' ? y | 0x20 : y);
-  });
-}
-
 // A created and connected device; the object lives as long as this does.
 struct OpenDevice {
   std::shared_ptr<Object> object;
@@ -76,9 +70,7 @@ void PrintTable(const std::vector<std::array<std::string, 5>>& rows, std::ostrea
 }  // namespace
 
 const ClassInfo& FindClass(std::string_view name) {
-  for (const ClassInfo& c : Classes()) {
-    if (EqualsNoCase(c.progid, name) || EqualsNoCase(c.short_name, name)) return c;
-  }
+  if (const ClassInfo* c = vmio::FindClass(name)) return *c;
   throw UsageError("unknown class '" + std::string(name) + "' (vmio classes lists them)");
 }
 

@@ -7,7 +7,8 @@
 //   created yet, or released) answers 91 "Object variable or With block variable not set", as
 //   a host's variable set to Nothing does; a device command on an object that is not an
 //   IODevice, or item-id/item-name on one that is not an enumerator, answers 438 "Object
-//   doesn't support this property or method".
+//   doesn't support this property or method". `call` and item-id/item-name reach members
+//   through the object's member table, as a late-binding host does.
 // - `use K` accepts any number the shell has handed out, also of a released object (the
 //   variable still exists, it holds Nothing); other numbers answer 5.
 // - An exception other than AutomationError answers "error 5 " + its text; anything else
@@ -150,10 +151,9 @@ class Shell {
       return result.IsEmpty() ? "ok" : FormatTypedValue(result);
     }
     if (command == "item-id" || command == "item-name") {
-      args.OneValue();  // the key: 1-based position or string key
-      CurrentObject();
-      // No creatable class is an enumerator yet.
-      throw AutomationError(438);
+      const Variant key[] = {args.OneValue()};  // a 1-based position or a string key
+      const Variant record = CurrentObject().Call("Item", key);
+      return FormatTypedValue(record.AsObject()->Call(command == "item-id" ? "ID" : "Name"));
     }
     if (command == "sleep") {
       const int32_t ms = args.Int32();

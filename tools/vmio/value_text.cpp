@@ -1,5 +1,7 @@
 #include "value_text.h"
 
+#include "core/text_match.h"
+
 #include <charconv>
 #include <limits>
 
@@ -69,14 +71,6 @@ std::string ShortestDouble(double value) {
   char buf[64];
   const auto result = std::to_chars(buf, buf + sizeof buf, value);
   return std::string(buf, result.ptr);
-}
-
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if ((a[i] | 0x20) != (b[i] | 0x20)) return false;
-  }
-  return true;
 }
 
 }  // namespace
@@ -154,13 +148,26 @@ std::optional<std::string> UnescapeText(std::string_view text) {
 }
 
 std::string FormatTypedValue(const Variant& value) {
-  if (const auto* b = value.If<bool>()) return *b ? "bool:true" : "bool:false";
-  if (const auto* v = value.If<uint8_t>()) return "u1:" + std::to_string(*v);
-  if (const auto* v = value.If<int16_t>()) return "i2:" + std::to_string(*v);
-  if (const auto* v = value.If<int32_t>()) return "i4:" + std::to_string(*v);
-  if (const auto* v = value.If<double>()) return "r8:" + ShortestDouble(*v);
-  if (const auto* s = value.If<std::string>()) return "str:" + EscapeText(*s);
-  return "empty";
+  switch (value.VarType()) {
+    case vtBool:
+      return value.AsBool() ? "bool:true" : "bool:false";
+    case vtUI1:
+      return "u1:" + std::to_string(value.AsInt32());
+    case vtI2:
+      return "i2:" + std::to_string(value.AsInt32());
+    case vtI4:
+      return "i4:" + std::to_string(value.AsInt32());
+    case vtR8:
+      return "r8:" + ShortestDouble(value.AsDouble());
+    case vtString:
+      return "str:" + EscapeText(value.AsString());
+    case vtEmpty:
+      return "empty";
+    case vtDispatch:
+      return "object";
+    default:  // an array
+      return "array:" + std::to_string(value.AsArray().size());
+  }
 }
 
 std::optional<Variant> ParseTypedValue(std::string_view text) {
@@ -194,8 +201,8 @@ std::optional<int32_t> ParseInt32(std::string_view text) { return ParseWhole<int
 
 std::string DisplayValue(const Variant& value) {
   if (value.IsEmpty()) return "(empty)";
-  if (const auto* b = value.If<bool>()) return *b ? "true" : "false";
-  if (const auto* s = value.If<std::string>()) return EscapeText(*s);
+  if (value.IsBool()) return value.AsBool() ? "true" : "false";
+  if (value.IsString()) return EscapeText(value.AsString());
   const std::string typed = FormatTypedValue(value);
   return typed.substr(typed.find(':') + 1);  // a number without its type prefix
 }

@@ -6,7 +6,6 @@
 #include "core/errors.h"
 #include "core/numeric.h"
 #include "core/string_encoding.h"
-#include "core/text_match.h"
 #include "vmio/events.h"
 
 namespace vmio {
@@ -33,11 +32,14 @@ size_t CharactersToBytes(std::string_view text, size_t count) {
   return pos;
 }
 
-void RequireArgumentCount(std::span<const Variant> args, size_t count) {
-  if (args.size() != count) Raise(450);
-}
+constexpr Member kRS232Members[] = {
+    MemberOf<&RS232::AddCommand>("AddCommand", MemberKind::kMethod, 101),
+    MemberOf<&RS232::GetCommand>("GetCommand", MemberKind::kMethod, 102),
+};
 
 }  // namespace
+
+const MemberTable RS232::kMembers{kRS232Members, &IODevice::kMembers};
 
 int32_t RS232::AddCommand(const std::string& Command) {
   commands_.push_back(Command);
@@ -101,18 +103,6 @@ Variant RS232::PortValue(int32_t Index) {
 void RS232::PortValue(int32_t Index, const Variant&) {
   CheckIndex(Index);
   RaiseNotAnOutput(Index);
-}
-
-Variant RS232::Call(std::string_view member, std::span<const Variant> args) {
-  if (EqualsNoCase(member, "AddCommand")) {
-    RequireArgumentCount(args, 1);
-    return AddCommand(args[0].AsString());
-  }
-  if (EqualsNoCase(member, "GetCommand")) {
-    RequireArgumentCount(args, 1);
-    return GetCommand(args[0].AsInt32());
-  }
-  return IODevice::Call(member, args);
 }
 
 void RS232::CheckIndex(int32_t Index) const {

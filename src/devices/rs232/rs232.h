@@ -50,8 +50,9 @@ class RS232 final : public IODevice {
   Variant PortValue(int32_t Index) override;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
-  // AddCommand and GetCommand by name, for hosts that bind late.
-  Variant Call(std::string_view member, std::span<const Variant> args) override;
+  // The interface's members, then AddCommand and GetCommand.
+  static const MemberTable kMembers;
+  const MemberTable& Members() const override { return kMembers; }
 
  private:
   void CheckIndex(int32_t Index) const;

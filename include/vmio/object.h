@@ -1,0 +1,187 @@
+#pragma once
+// Objects a host creates by name, and their members reached by name.
+//
+// Every class describes its public members once, in a member table: name, kind, dispatch id,
+// parameter and result types, and the function that calls it. Late-bound callers (Object::Call
+// and Object::Put, the shell's `call`, the COM layer's IDispatch) all go through that table,
+// so a member behaves the same whichever way a host reaches it.
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+#include "vmio/variant.h"
+
+namespace vmio {
+
+class Object;
+
+enum class MemberKind { kMethod, kPropertyGet, kPropertyPut };
+
+struct Member {
+  static constexpr size_t kMaxParams = 4;
+  using Invoker = Variant (*)(Object& self, std::span<const Variant> args);
+
+  std::string_view name;
+  MemberKind kind;
+  int32_t dispid;                          // the member's dispatch id in the type library (get and put share one)
+  int32_t result;                          // automation type code of the result; vtEmpty for none
+  std::array<int32_t, kMaxParams> params;  // automation type codes; vtVariant takes any
+  size_t param_count;
+  Invoker invoke;  // args already counted: exactly param_count of them
+};
+
+// A class's members, chained to those of the interface or class it extends.
+struct MemberTable {
+  std::span<const Member> members;
+  const MemberTable* base = nullptr;
+
+  // The member of that name (ASCII case-insensitive, as automation names are) and kind, looked
+  // for here first, then in the base; nullptr when there is none.
+  const Member* Find(std::string_view name, MemberKind kind) const;
+  const Member* Find(int32_t dispid, MemberKind kind) const;
+};
+
+class Object {
+ public:
+  virtual ~Object() = default;
+  virtual const MemberTable& Members() const;
+
+  // Calls a method or reads a property by name. Raises 438 when the object has no such member
+  // and 450 for the wrong number of arguments; the member's own errors pass through.
+  Variant Call(std::string_view member, std::span<const Variant> args = {});
+  // Assigns a property by name: args are the property's indexes followed by the new value.
+  void Put(std::string_view member, std::span<const Variant> args);
+  // The same through a table entry already found (by dispatch id, say).
+  Variant Invoke(const Member& member, std::span<const Variant> args);
+};
+
+// Building member table entries from member functions, so a table states only names and ids:
+//   MemberOf<&RS232::AddCommand>("AddCommand", MemberKind::kMethod, 101)
+namespace member_detail {
+
+template <class T>
+struct TypeCode;
+template <>
+struct TypeCode<void> {
+  static constexpr int32_t kCode = vtEmpty;
+};
+template <>
+struct TypeCode<bool> {
+  static constexpr int32_t kCode = vtBool;
+};
+template <>
+struct TypeCode<int16_t> {
+  static constexpr int32_t kCode = vtI2;
+};
+template <>
+struct TypeCode<int32_t> {
+  static constexpr int32_t kCode = vtI4;
+};
+template <>
+struct TypeCode<double> {
+  static constexpr int32_t kCode = vtR8;
+};
+template <>
+struct TypeCode<std::string> {
+  static constexpr int32_t kCode = vtString;
+};
+template <>
+struct TypeCode<Variant> {
+  static constexpr int32_t kCode = vtVariant;
+};
+template <class T>
+struct TypeCode<std::shared_ptr<T>> {
+  static constexpr int32_t kCode = vtDispatch;
+};
+
+// An argument converted to the parameter's type; 13 when it cannot be.
+template <class T>
+T Argument(const Variant& v) {
+  if constexpr (std::is_same_v<T, Variant>) {
+    return v;
+  } else if constexpr (std::is_same_v<T, std::string>) {
+    return v.AsString();
+  } else if constexpr (std::is_same_v<T, bool>) {
+    return v.AsBool();
+  } else if constexpr (std::is_same_v<T, double>) {
+    return v.AsDouble();
+  } else {
+    static_assert(std::is_same_v<T, int32_t>, "no automation conversion for this parameter type");
+    return v.AsInt32();
+  }
+}
+
+template <class R>
+Variant Result(R&& r) {
+  using T = std::remove_cvref_t<R>;
+  if constexpr (std::is_same_v<T, Variant>) {
+    return std::forward<R>(r);
+  } else if constexpr (requires { typename T::element_type; }) {
+    return Variant(std::static_pointer_cast<Object>(std::forward<R>(r)));
+  } else {
+    return Variant(std::forward<R>(r));
+  }
+}
+
+template <auto Fn>
+struct Traits;
+template <class C, class R, class... A, R (C::*Fn)(A...)>
+struct Traits<Fn> {
+  using Class = C;
+  using Return = R;
+  using Params = std::tuple<std::remove_cvref_t<A>...>;
+};
+template <class C, class R, class... A, R (C::*Fn)(A...) const>
+struct Traits<Fn> {
+  using Class = C;
+  using Return = R;
+  using Params = std::tuple<std::remove_cvref_t<A>...>;
+};
+
+template <auto Fn, class C, class R, class... A, size_t... I>
+Variant Call(Object& self, std::span<const Variant> args, std::index_sequence<I...>) {
+  auto& object = dynamic_cast<C&>(self);
+  if constexpr (std::is_void_v<R>) {
+    (object.*Fn)(Argument<A>(args[I])...);
+    return Variant();
+  } else {
+    return Result((object.*Fn)(Argument<A>(args[I])...));
+  }
+}
+
+template <auto Fn, class Tuple>
+struct Binder;
+template <auto Fn, class... A>
+struct Binder<Fn, std::tuple<A...>> {
+  using T = Traits<Fn>;
+  static Variant Invoke(Object& self, std::span<const Variant> args) {
+    return Call<Fn, typename T::Class, typename T::Return, A...>(self, args, std::index_sequence_for<A...>{});
+  }
+  static constexpr std::array<int32_t, Member::kMaxParams> kParams = [] {
+    std::array<int32_t, Member::kMaxParams> codes{};
+    size_t i = 0;
+    ((codes[i++] = TypeCode<A>::kCode), ...);
+    return codes;
+  }();
+  static_assert(sizeof...(A) <= Member::kMaxParams);
+};
+
+}  // namespace member_detail
+
+template <auto Fn>
+constexpr Member MemberOf(std::string_view name, MemberKind kind, int32_t dispid) {
+  using T = member_detail::Traits<Fn>;
+  using B = member_detail::Binder<Fn, typename T::Params>;
+  return Member{name,       kind,
+                dispid,     member_detail::TypeCode<std::remove_cvref_t<typename T::Return>>::kCode,
+                B::kParams, std::tuple_size_v<typename T::Params>,
+                &B::Invoke};
+}
+
+}  // namespace vmio
