@@ -22,6 +22,7 @@
 #include <variant>
 #include <vector>
 
+#include "core/trace.h"
 #include "net/socket.h"
 
 namespace vmio {
@@ -60,9 +61,11 @@ class ModbusT {
 
  private:
   std::vector<uint8_t> BuildRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments);
-  // Progress texts have no reader: they are discarded without being built.
+  // Progress texts go to the library's trace (built only when a host installed a handler).
   template <class... Parts>
-  static void DebugLog(const Parts&...) {}
+  static void DebugLog(const Parts&... parts) {
+    Trace("modbus: ", parts...);
+  }
 
   SocketHandle Socket = kNoSocket;
   bool connected_ = false;

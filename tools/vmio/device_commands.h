@@ -16,14 +16,29 @@ struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A library error with what the operator was doing: which port (index and name) or the valid
+// index range. The number and description stay the library's own.
+struct OperatorError : AutomationError {
+  OperatorError(const AutomationError& error, std::string what_failed)
+      : AutomationError(error), context(std::move(what_failed)) {}
+  std::string context;
+};
+
 // The class named by its programmatic name ("VMIO.Axis") or short name ("axis"), in any case;
 // UsageError when there is none.
 const ClassInfo& FindClass(std::string_view name);
 
+// Where a command sends its results: a table or lines for people, or JSON (one object per
+// line) for scripts.
+struct Output {
+  std::ostream& out;
+  bool json = false;
+};
+
 // Each connects, does its work, disconnects and returns the exit code. Errors the library
-// raises are thrown on as AutomationError.
-int ListPorts(const ClassInfo& cls, const std::string& device, std::ostream& out);
-int GetPort(const ClassInfo& cls, const std::string& device, int32_t index, std::ostream& out);
+// raises are thrown on as OperatorError.
+int ListPorts(const ClassInfo& cls, const std::string& device, const Output& output);
+int GetPort(const ClassInfo& cls, const std::string& device, int32_t index, const Output& output);
 int SetPort(const ClassInfo& cls, const std::string& device, int32_t index, bool state);
 
 struct WatchOptions {
@@ -31,6 +46,6 @@ struct WatchOptions {
   std::optional<int32_t> count;             // polls; until stop when absent
   const std::atomic<bool>* stop = nullptr;  // set (from a signal handler) to end the watch
 };
-int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptions& options, std::ostream& out);
+int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptions& options, const Output& output);
 
 }  // namespace vmio::cli

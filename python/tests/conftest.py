@@ -1,0 +1,47 @@
+"""Simulated devices for the tests: vmio-sim run as a subprocess, as an integrator would."""
+
+import os
+import shutil
+import subprocess
+import sys
+
+import pytest
+
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), ".."))
+
+
+class Sim:
+    """A running vmio-sim: its device string, and control lines sent to its standard input."""
+
+    def __init__(self, make, *options):
+        program = os.environ.get("VMIO_SIM") or shutil.which("vmio-sim")
+        if not program:
+            pytest.fail("vmio-sim not found: set VMIO_SIM to its path")
+        self.process = subprocess.Popen([program, make, "--listen", "127.0.0.1:0", *options],
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        line = self.process.stdout.readline()
+        assert line.startswith("device: "), line
+        self.device = line[len("device: "):].strip()
+
+    def send(self, line):
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+        return self.process.stdout.readline().strip()
+
+    def stop(self):
+        self.process.terminate()
+        self.process.wait(timeout=10)
+
+
+@pytest.fixture
+def camera_sim():
+    sim = Sim("axis")
+    yield sim
+    sim.stop()
+
+
+@pytest.fixture
+def guarded_camera_sim():
+    sim = Sim("axis", "--user", "root", "--password", "right")
+    yield sim
+    sim.stop()

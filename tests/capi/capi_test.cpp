@@ -1,0 +1,39 @@
+// Runs the C scenarios against simulated devices, through the shared library.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "axis_sim.h"
+#include "capi_checks.h"
+
+namespace vmio {
+namespace {
+
+std::string Passed(const char* failure) { return failure ? failure : "passed"; }
+
+TEST(CApi, DrivesACameraThroughEveryDeviceCall) {
+  sim::AxisSim camera;
+  camera.Start();
+  EXPECT_EQ(Passed(CheckCameraThroughC(camera.DeviceString().c_str())), "passed");
+  EXPECT_TRUE(camera.Output(2));
+}
+
+TEST(CApi, TraceShowsWhyAConnectFailed) {
+  sim::AxisSimOptions options;
+  options.auth = {sim::AuthScheme::Basic, "root", "right"};
+  sim::AxisSim camera(options);
+  camera.Start();
+  std::string closed;
+  {
+    sim::AxisSim gone;
+    gone.Start();
+    closed = gone.DeviceString();
+  }
+  const std::string wrong = "root:wrong-Secret@" + camera.Server().Authority();
+  EXPECT_EQ(Passed(CheckFailureReasonsThroughC(wrong.c_str(), closed.c_str(), "wrong-Secret")), "passed");
+}
+
+TEST(CApi, ReportsVersionClassesAndEvents) { EXPECT_EQ(Passed(CheckLibraryFunctionsThroughC()), "passed"); }
+
+}  // namespace
+}  // namespace vmio
