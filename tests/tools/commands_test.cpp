@@ -165,7 +165,8 @@ TEST_F(CameraCommands, PrintJsonForScripts) {
 
   const Result watch = Vmio({"watch", "axis", device, "--count", "1", "--json"});
   EXPECT_EQ(watch.code, 0);
-  const std::regex line(R"(\{"time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}([+-]\d\d:\d\d|Z)","index":\d,"name":"[^"]+","value":(true|false)\})");
+  const std::regex line(
+      R"re(\{"time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}([+-]\d\d:\d\d|Z)","index":\d,"name":"[^"]+","value":(true|false)\})re");
   std::istringstream lines(watch.out);
   int count = 0;
   for (std::string text; std::getline(lines, text); ++count) EXPECT_TRUE(std::regex_match(text, line)) << text;
@@ -209,6 +210,13 @@ TEST_F(CameraCommands, VerboseShowsWhyAConnectFailed) {
   EXPECT_NE(wrong.err.find("401 Unauthorized"), std::string::npos) << wrong.err;
   EXPECT_NE(wrong.err.find("error 45001: Unable to connect to the device\n"), std::string::npos);
   EXPECT_EQ(wrong.err.find("Not-It"), std::string::npos);
+
+  // https:// asks for TLS to the same host and port: a device that speaks plain HTTP there
+  // fails the handshake.
+  const Result tls = Vmio({"-v", "get", "axis", "https://root:s3cret@" + authority, "0"});
+  EXPECT_EQ(tls.code, 1);
+  EXPECT_NE(tls.err.find("GET https://root:***@" + authority + "/"), std::string::npos) << tls.err;
+  EXPECT_NE(tls.err.find("SSL"), std::string::npos) << tls.err;
 
   const std::string address = authority;
   camera.reset();

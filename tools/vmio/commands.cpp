@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cctype>
-#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <istream>
@@ -16,6 +14,7 @@
 #include "credentials.h"
 #include "demo.h"
 #include "device_commands.h"
+#include "interrupt.h"
 #include "json.h"
 #include "shell.h"
 #include "value_text.h"
@@ -129,26 +128,15 @@ int Set(const Invocation& inv) {
   return SetPort(cls, inv.Device(), index, *state);
 }
 
-std::atomic<bool> g_interrupted{false};
-// The first Ctrl-C ends the watch (even inside a wait); a second one, while a device is slow to
-// answer, ends the program at once.
-extern "C" void OnInterrupt(int) {
-  g_interrupted = true;
-  std::signal(SIGINT, SIG_DFL);
-}
-
 int Watch(const Invocation& inv) {
   const ClassInfo& cls = FindClass(inv.positional[0]);
   WatchOptions options;
   options.interval_ms = PositiveOption(inv, "--interval", options.interval_ms);
   if (inv.options.contains("--count")) options.count = PositiveOption(inv, "--count", 1);
-  options.stop = &g_interrupted;
-  // Ctrl-C ends the watch between polls, so the device is still disconnected properly.
-  g_interrupted = false;
-  struct Handler {
-    decltype(SIG_DFL) previous = std::signal(SIGINT, OnInterrupt);
-    ~Handler() { std::signal(SIGINT, previous); }
-  } handler;
+  // Ctrl-C ends the watch at once (or after the read under way), and the device is still
+  // disconnected properly.
+  const InterruptWatch interrupt;
+  options.stop = interrupt.Handle();
   return WatchPorts(cls, inv.Device(), options, inv.Results());
 }
 

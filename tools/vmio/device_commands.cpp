@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "credentials.h"
-#include "event_wait.h"
 #include "json.h"
 #include "value_text.h"
 #include "vmio/error.h"
@@ -234,15 +233,15 @@ int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptio
     output.out << "watching " << cls.progid << " at " << MaskCredentials(device) << ": " << count << " ports, every "
                << options.interval_ms << " ms" << std::endl;
   }
-  const auto stopped = [&] { return options.stop && *options.stop; };
+  // A Ctrl-C between two reads ends the watch before the next one.
+  const auto stopped = [&] { return options.stop != kNoWaitHandle && WaitForHandle(options.stop, 0); };
 
   std::vector<std::string> last(names.size());
-  bool failed = false;  // a failed read is shown like a value, and watching goes on
+  // A failed read is shown like a value, and watching goes on.
   for (int32_t poll = 0; (!options.count || poll < *options.count) && !stopped(); ++poll) {
-    if (poll > 0 && !WaitRunningEvents(options.interval_ms, options.stop)) break;
+    if (poll > 0 && PumpingWait(options.stop, WaitClock::now() + std::chrono::milliseconds(options.interval_ms))) break;
     for (int32_t i = 0; i < count && !stopped(); ++i) {
       std::string value;
-      std::string line;
       JsonObject json;
       json.AddString("time", IsoTimestamp()).AddNumber("index", i).AddString("name", names[i]);
       try {
@@ -250,7 +249,6 @@ int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptio
         value = DisplayValue(v);
         json.Add("value", JsonValue(v));
       } catch (const AutomationError& e) {
-        failed = true;
         value = RedactCredentials("error " + std::to_string(e.Number()) + ": " + e.Description(), device);
         json.AddError(e);
       }
