@@ -35,13 +35,15 @@ class Sim:
 
 @pytest.fixture
 def camera_sim():
-    sim = Sim("axis")
+    """A camera with inputs Door, Window, Input 3, Input 4 and outputs Siren, Output 2."""
+    sim = Sim("axis", "--inputs", "4", "--outputs", "2", "--name-input", "1=Door", "--name-input", "2=Window",
+              "--name-output", "1=Siren")
     yield sim
     sim.stop()
 
 
 @pytest.fixture
 def guarded_camera_sim():
-    sim = Sim("axis", "--user", "root", "--password", "right")
+    sim = Sim("axis", "--user", "root", "--password", "right", "--auth", "basic")
     yield sim
     sim.stop()

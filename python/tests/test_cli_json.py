@@ -18,7 +18,7 @@ def vmio_cli(*args):
 def test_ports_get_watch_and_errors_parse_as_json(camera_sim):
     listing = json.loads(vmio_cli("ports", "axis", camera_sim.device, "--json").stdout)
     assert listing["class"] == "VMIO.Axis"
-    assert [p["name"] for p in listing["ports"]][:2] == ["Input 1", "Input 2"]
+    assert [p["name"] for p in listing["ports"]][:2] == ["Door", "Window"]
     assert {p["value"] for p in listing["ports"]} == {False}
 
     assert json.loads(vmio_cli("get", "axis", camera_sim.device, "0", "--json").stdout)["value"] is False

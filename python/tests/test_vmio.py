@@ -11,7 +11,7 @@ def test_a_camera_lists_reads_and_switches_its_ports(camera_sim):
     with vmio.create("axis").connect(camera_sim.device) as camera:
         assert len(camera) == 6
         ports = camera.ports
-        assert [p.name for p in ports[:2]] == ["Input 1", "Input 2"]
+        assert [p.name for p in ports[:2]] == ["Door", "Window"]
         assert ports[0].direction is vmio.Direction.INPUT
         assert ports[4].direction != vmio.Direction.INPUT
         assert {p.type for p in ports} == {11}

@@ -15,7 +15,7 @@ TEST(CApi, DrivesACameraThroughEveryDeviceCall) {
   sim::AxisSim camera;
   camera.Start();
   EXPECT_EQ(Passed(CheckCameraThroughC(camera.DeviceString().c_str())), "passed");
-  EXPECT_TRUE(camera.Output(2));
+  EXPECT_EQ(camera.Points().Output(2), 1);
 }
 
 TEST(CApi, TraceShowsWhyAConnectFailed) {

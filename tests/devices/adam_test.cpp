@@ -79,8 +79,8 @@ TEST(ADAM, BuildsThePortTableOfEveryModel) {
 
 TEST(ADAM, ReadsEveryPointFromOneReadCachedForHalfASecond) {
   Rig rig({.model = "6060"});
-  rig.module.SetInput(1, true);
-  rig.module.SetInput(5, true);
+  rig.module.Points().SetInput(2, true);
+  rig.module.Points().SetInput(6, true);
   rig.Connect();
   SwitchRelay(rig.module, 3, true);
   const int probe = rig.Reads();
@@ -91,7 +91,7 @@ TEST(ADAM, ReadsEveryPointFromOneReadCachedForHalfASecond) {
                                      false, false, false, true, false, false}));
   EXPECT_EQ(rig.Reads(), probe + 1);
 
-  rig.module.SetInput(1, false);
+  rig.module.Points().SetInput(2, false);
   std::this_thread::sleep_for(100ms);
   EXPECT_TRUE(rig.adam.PortValue(1).AsBool());  // still the cached state
   EXPECT_EQ(rig.Reads(), probe + 1);
@@ -104,7 +104,7 @@ TEST(ADAM, ReadsEveryPointFromOneReadCachedForHalfASecond) {
 
 TEST(ADAM, InputsAboveEightAlwaysReadFalse) {
   Rig rig({.model = "6050"});
-  for (int i : {7, 8, 9, 11}) rig.module.SetInput(i, true);
+  for (int i : {7, 8, 9, 11}) rig.module.Points().SetInput(i + 1, true);
   rig.Connect();
   SwitchRelay(rig.module, 2, true);
   EXPECT_TRUE(rig.adam.PortValue(7).AsBool());
@@ -137,11 +137,11 @@ TEST(ADAM, WritesSwitchRelayCoilsFromSixteen) {
   const int reads = rig.Reads();
 
   rig.adam.PortValue(12, Variant(true));
-  EXPECT_TRUE(rig.module.Relay(0));
+  EXPECT_TRUE(rig.module.Points().Output(1));
   EXPECT_EQ(rig.module.RequestLog().back(), (std::vector<uint8_t>{0, 2, 0, 0, 0, 6, 1, 5, 0x00, 0x10, 0xFF, 0x00}));
   rig.adam.PortValue(17, Variant(true));
   rig.adam.PortValue(17, Variant(false));
-  EXPECT_FALSE(rig.module.Relay(5));
+  EXPECT_FALSE(rig.module.Points().Output(6));
   EXPECT_EQ(rig.module.RequestLog().back(), (std::vector<uint8_t>{0, 4, 0, 0, 0, 6, 1, 5, 0x00, 0x15, 0x00, 0x00}));
   // The written state answers the next read without asking the module.
   EXPECT_TRUE(rig.adam.PortValue(12).AsBool());
@@ -155,7 +155,7 @@ TEST(ADAM, WritesSwitchRelayCoilsFromSixteen) {
 
 TEST(ADAM, ModbusErrorsReachTheCallerAndAFailedReadHoldsOffTheNext) {
   Rig rig({.model = "6060"});
-  rig.module.SetInput(0, true);
+  rig.module.Points().SetInput(1, true);
   rig.Connect();
   rig.module.SetException(1, 4);
   const int reads = rig.Reads();

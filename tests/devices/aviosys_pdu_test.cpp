@@ -82,10 +82,10 @@ TEST(AviosysPDU, AUnitWithASocketCountHasThatManySocketsNamedByTheUnit) {
 TEST(AviosysPDU, TheFixedModelHasEightInputsAndEightSocketsNumberedFrom51And61) {
   AviosysSim unit(FixedModel());
   unit.Start();
-  unit.SetInput(2, 1);
-  unit.SetInput(8, 1);
-  unit.SetSocket(1, 1);
-  unit.SetSocket(8, 1);
+  unit.Points().SetInput(2, 1);
+  unit.Points().SetInput(8, 1);
+  unit.Points().SetOutput(1, 1);
+  unit.Points().SetOutput(8, 1);
   AviosysPDU pdu;
   pdu.Connect(unit.DeviceString());
   ASSERT_EQ(pdu.Ports(), 16);
@@ -108,8 +108,8 @@ TEST(AviosysPDU, TheFixedModelHasEightInputsAndEightSocketsNumberedFrom51And61) 
   EXPECT_EQ(Sent(unit, "SetPower+P61=1"), 1);
   EXPECT_EQ(Sent(unit, "SetPower+P62=1"), 1);
   EXPECT_EQ(Sent(unit, "SetPower+P68=0"), 1);
-  EXPECT_EQ(unit.Socket(2), 1);
-  EXPECT_EQ(unit.Socket(8), 0);
+  EXPECT_EQ(unit.Points().Output(2), 1);
+  EXPECT_EQ(unit.Points().Output(8), 0);
   EXPECT_TRUE(Read(pdu, 9));  // from the cache the write filled
   EXPECT_FALSE(Read(pdu, 15));
   EXPECT_EQ(Raised([&] { pdu.PortValue(3, Variant(true)); }), "45004 Port 4is not an output port");
@@ -121,7 +121,7 @@ TEST(AviosysPDU, OnceTheFixedModelWasSeenAnotherUnitKeepsItsNumbering) {
   fixed.Start();
   AviosysSim counted;  // four sockets, P60-P63
   counted.Start();
-  counted.SetSocket(2, 1);  // P61
+  counted.Points().SetOutput(2, 1);  // P61
 
   AviosysPDU pdu;
   pdu.Connect(fixed.DeviceString());
@@ -134,7 +134,7 @@ TEST(AviosysPDU, OnceTheFixedModelWasSeenAnotherUnitKeepsItsNumbering) {
   EXPECT_EQ(
       counted.Server().RequestLog(),
       (std::vector<std::string>{"/Set.cmd?CMD=GetPowerNum", "/Set.cmd?CMD=GetPower", "/Set.cmd?CMD=SetPower+P61=0"}));
-  EXPECT_EQ(counted.Socket(2), 0);
+  EXPECT_EQ(counted.Points().Output(2), 0);
 }
 
 TEST(AviosysPDU, RepliesAreCutAtTheFirstLineBreakBeforeTheHtmlWrapperGoes) {
@@ -144,8 +144,8 @@ TEST(AviosysPDU, RepliesAreCutAtTheFirstLineBreakBeforeTheHtmlWrapperGoes) {
   options.names = {"Heater"};
   AviosysSim unit(options);
   unit.Start();
-  unit.SetSocket(1, 1);
-  unit.SetSocket(2, 2);  // only 1 is on
+  unit.Points().SetOutput(1, 1);
+  unit.Points().SetOutput(2, 2);  // only 1 is on
   AviosysPDU pdu;
   pdu.Connect(unit.DeviceString());
   EXPECT_EQ(pdu.Ports(), 3);
@@ -154,14 +154,14 @@ TEST(AviosysPDU, RepliesAreCutAtTheFirstLineBreakBeforeTheHtmlWrapperGoes) {
   EXPECT_FALSE(Read(pdu, 1));
   pdu.PortValue(2, Variant(true));
   EXPECT_EQ(Sent(unit, "SetPower+P62=1"), 1);
-  EXPECT_EQ(unit.Socket(3), 1);
+  EXPECT_EQ(unit.Points().Output(3), 1);
 
   AviosysSimOptions bare;
   bare.sockets = 2;
   bare.html = false;
   AviosysSim plain(bare);
   plain.Start();
-  plain.SetSocket(2, 1);
+  plain.Points().SetOutput(2, 1);
   AviosysPDU plain_pdu;  // a fresh object: the first one's states are still cached
   plain_pdu.Connect(plain.DeviceString());
   EXPECT_EQ(plain_pdu.Ports(), 2);
@@ -187,8 +187,8 @@ TEST(AviosysPDU, SocketCountRepliesDecideThePortTable) {
   fewer.power_num_reply = "2";
   AviosysSim unit(fewer);
   unit.Start();
-  unit.SetSocket(3, 1);
-  unit.SetSocket(4, 1);
+  unit.Points().SetOutput(3, 1);
+  unit.Points().SetOutput(4, 1);
   AviosysPDU two;
   two.Connect(unit.DeviceString());
   EXPECT_EQ(two.Ports(), 2);
@@ -197,7 +197,7 @@ TEST(AviosysPDU, SocketCountRepliesDecideThePortTable) {
   EXPECT_EQ(Sent(unit, "GetPower"), 1);
   EXPECT_EQ(Raised([&] { two.PortValue(3, Variant(false)); }), "9 Subscript out of range");
   EXPECT_EQ(Sent(unit, "SetPower+P63=0"), 1);
-  EXPECT_EQ(unit.Socket(4), 0);
+  EXPECT_EQ(unit.Points().Output(4), 0);
 }
 
 TEST(AviosysPDU, ReadsWithin500MsComeFromTheCache) {
@@ -208,7 +208,7 @@ TEST(AviosysPDU, ReadsWithin500MsComeFromTheCache) {
   for (int32_t i = 0; i < 4; ++i) Read(pdu, i);
   Read(pdu, 0);
   EXPECT_EQ(Sent(counted, "GetPower"), 1);
-  counted.SetSocket(1, 1);
+  counted.Points().SetOutput(1, 1);
   EXPECT_FALSE(Read(pdu, 0));
   std::this_thread::sleep_for(600ms);
   EXPECT_TRUE(Read(pdu, 0));
@@ -263,7 +263,7 @@ TEST(AviosysPDU, UnreachableOrRefusingUnitsRaiseTheFixedErrors) {
 
   pdu.Connect(unit.DeviceString());
   pdu.PortValue(1, Variant(true));
-  EXPECT_EQ(unit.Socket(2), 1);
+  EXPECT_EQ(unit.Points().Output(2), 1);
   EXPECT_TRUE(Read(pdu, 1));
 
   unit.Server().Stop();
@@ -282,7 +282,7 @@ TEST(AviosysPDU, AUnitThatStopsAnsweringFailsTheReadAfterTheReceiveTimeOut) {
   AviosysPDU pdu;
   pdu.Connect(unit.DeviceString());
   ExpectASilentReadToTimeOut(pdu, unit.Server());
-  unit.SetInput(1, 1);
+  unit.Points().SetInput(1, 1);
   EXPECT_TRUE(Read(pdu, 0));
 }
 

@@ -137,7 +137,7 @@ TEST(Axis, NamesFallBackWhenTheDeviceRefusesThem) {
 TEST(Axis, EachKindOfReadIsCachedForHalfASecond) {
   AxisSim device(OlderFirmware(4, 2));
   device.Start();
-  device.SetInput(2, true);
+  device.Points().SetInput(2, true);
   Axis axis;
   axis.Connect(device.DeviceString());
   auto& server = device.Server();
@@ -146,7 +146,7 @@ TEST(Axis, EachKindOfReadIsCachedForHalfASecond) {
   EXPECT_TRUE(Read(axis, 1));
   EXPECT_EQ(server.RequestLog(), (std::vector<std::string>{"/axis-cgi/io/input.cgi?check=1,2,3,4"}));
   std::this_thread::sleep_for(100ms);
-  device.SetInput(2, false);
+  device.Points().SetInput(2, false);
   EXPECT_TRUE(Read(axis, 1));  // still the cached state
   EXPECT_FALSE(Read(axis, 3));
   EXPECT_EQ(server.RequestCount("/axis-cgi/io/input.cgi"), 1);
@@ -158,7 +158,7 @@ TEST(Axis, EachKindOfReadIsCachedForHalfASecond) {
   EXPECT_EQ(server.RequestCount("/axis-cgi/io/output.cgi"), 1);
 
   // A reconnect rebuilds the table (all false) but keeps the cache clock: no request yet.
-  device.SetInput(2, true);
+  device.Points().SetInput(2, true);
   axis.Disconnect();
   axis.Connect(device.DeviceString());
   EXPECT_FALSE(Read(axis, 1));
@@ -175,7 +175,7 @@ TEST(Axis, NewerFirmwareReadsEveryPortInOneRequest) {
   device.Start();
   Axis axis;
   axis.Connect(device.DeviceString());
-  device.SetInput(3, true);
+  device.Points().SetInput(3, true);
   axis.PortValue(4, Variant(true));
   device.Server().ClearLog();
 
@@ -192,22 +192,22 @@ TEST(Axis, WritesSwitchTheOutputByItsDeviceNumber) {
 
   axis.PortValue(5, Variant(true));
   EXPECT_EQ(older.Server().RequestLog().back(), "/axis-cgi/io/output.cgi?action=2:/");
-  EXPECT_TRUE(older.Output(2));
-  EXPECT_FALSE(older.Output(1));
+  EXPECT_TRUE(older.Points().Output(2));
+  EXPECT_FALSE(older.Points().Output(1));
   // The write does not restart the cache: the table answers with the state just written.
   EXPECT_TRUE(Read(axis, 5));
   EXPECT_EQ(older.Server().RequestCount("/axis-cgi/io/output.cgi"), 2);
 
   axis.PortValue(5, Variant(false));
   EXPECT_EQ(older.Server().RequestLog().back(), "/axis-cgi/io/output.cgi?action=2:\\");
-  EXPECT_FALSE(older.Output(2));
+  EXPECT_FALSE(older.Points().Output(2));
 
   AxisSim newer(NewerFirmware("iiiioo"));
   newer.Start();
   axis.Connect(newer.DeviceString());
   axis.PortValue(4, Variant(true));
   EXPECT_EQ(newer.Server().RequestLog().back(), "/axis-cgi/io/port.cgi?action=5:/");
-  EXPECT_TRUE(newer.Output(1));
+  EXPECT_TRUE(newer.Points().Output(1));
 }
 
 TEST(Axis, WritesThatAreRefusedSendNothing) {
@@ -222,7 +222,7 @@ TEST(Axis, WritesThatAreRefusedSendNothing) {
   EXPECT_EQ(Raised([&] { axis.PortValue(4, Variant("True")); }), "13 Type mismatch");
   EXPECT_EQ(Raised([&] { axis.PortValue(6, Variant(true)); }), "9 Subscript out of range");
   EXPECT_EQ(device.Server().RequestCount(), requests);
-  EXPECT_FALSE(device.Output(1));
+  EXPECT_FALSE(device.Points().Output(1));
 }
 
 TEST(Axis, RefusedInputOutputGroupConnectsWithThePreviousTable) {
@@ -268,7 +268,7 @@ TEST(Axis, CredentialsTravelInTheDeviceString) {
     axis.Connect(device.DeviceString());
     EXPECT_EQ(axis.Ports(), 4);
     axis.PortValue(3, Variant(true));
-    EXPECT_TRUE(device.Output(2));
+    EXPECT_TRUE(device.Points().Output(2));
 
     Axis intruder;
     EXPECT_EQ(Raised([&] { intruder.Connect("root:wrong@" + device.Server().Authority()); }),
@@ -289,7 +289,7 @@ TEST(Axis, DigestDeviceSwitchesAnOutputOff) {
   axis.Connect(device.DeviceString());
   axis.PortValue(1, Variant(true));
   EXPECT_EQ(Raised([&] { axis.PortValue(1, Variant(false)); }), "none");
-  EXPECT_FALSE(device.Output(1));
+  EXPECT_FALSE(device.Points().Output(1));
 }
 
 TEST(Axis, UnreachableDeviceFailsToConnect) {
@@ -312,7 +312,7 @@ TEST(Axis, DeviceThatStopsAnsweringFailsTheReadAfterTheReceiveTimeOut) {
 
   ExpectASilentReadToTimeOut(axis, device.Server());
   // The failed read did not restart the cache: the next read asks again.
-  device.SetInput(1, true);
+  device.Points().SetInput(1, true);
   EXPECT_TRUE(Read(axis, 0));
 }
 

@@ -77,13 +77,14 @@ TEST(Genie, HasTheFixedFivePortLayoutWhateverTheDeviceAnswers) {
 }
 
 TEST(Genie, ReadsStatesByExactKeyAndOnlyTheValueOneIsOn) {
-  GenieSim device;
-  device.Start();
-  device.SetState("GIS_SENSOR1", 1);
-  device.SetState("GIS_ALARM1", 2);
-  device.SetState("GIS_ALARM2", 1);
   // Rows of other keys, or of the right key in another case, must not touch the ports.
-  device.SetExtraLines("gis_sensor2=1\nGIS_BUZZER =1\nOTHER=1\nno separator\n");
+  GenieSimOptions options;
+  options.extra_lines = "gis_sensor2=1\nGIS_BUZZER =1\nOTHER=1\nno separator\n";
+  GenieSim device(options);
+  device.Start();
+  device.Points().Set("GIS_SENSOR1", 1);
+  device.Points().Set("GIS_ALARM1", 2);
+  device.Points().Set("GIS_ALARM2", 1);
   Genie genie;
   genie.Connect(device.DeviceString());
   EXPECT_EQ(States(genie), (std::vector<bool>{true, false, false, true, false}));  // ALARM1's 2 is not 1
@@ -94,8 +95,8 @@ TEST(Genie, ReadsStatesByExactKeyAndOnlyTheValueOneIsOn) {
   crlf.line_end = "\r\n";
   GenieSim crlf_device(crlf);
   crlf_device.Start();
-  crlf_device.SetState("GIS_SENSOR2", 1);
-  crlf_device.SetState("GIS_BUZZER", 1);
+  crlf_device.Points().Set("GIS_SENSOR2", 1);
+  crlf_device.Points().Set("GIS_BUZZER", 1);
   Genie crlf_genie;
   crlf_genie.Connect(crlf_device.DeviceString());
   EXPECT_EQ(States(crlf_genie), (std::vector<bool>{false, true, false, false, true}));
@@ -106,7 +107,7 @@ TEST_F(ConnectedGenie, ReadsWithin500MsComeFromTheCache) {
   EXPECT_EQ(States(genie), std::vector<bool>(5, false));
   EXPECT_EQ(device.Server().RequestCount("/httpapi/GetState"), 2);  // Connect's, then one read
 
-  device.SetState("GIS_SENSOR1", 1);
+  device.Points().Set("GIS_SENSOR1", 1);
   EXPECT_FALSE(Read(genie, 0));
   std::this_thread::sleep_for(600ms);
   EXPECT_TRUE(Read(genie, 0));
@@ -127,9 +128,9 @@ TEST_F(ConnectedGenie, WritesSendOneSetStatePerOutputAndUpdateTheCache) {
                                               "/httpapi/SetState?action=setoutput&OUT_BUZZER=1",
                                               "/httpapi/SetState?action=setoutput&OUT_ALARM2=0",
                                           }));
-  EXPECT_EQ(device.State("GIS_ALARM1"), 1);
-  EXPECT_EQ(device.State("GIS_ALARM2"), 0);
-  EXPECT_EQ(device.State("GIS_BUZZER"), 1);
+  EXPECT_EQ(device.Points().Get("GIS_ALARM1"), 1);
+  EXPECT_EQ(device.Points().Get("GIS_ALARM2"), 0);
+  EXPECT_EQ(device.Points().Get("GIS_BUZZER"), 1);
   // Read back from the cache the writes filled, without asking the device.
   EXPECT_TRUE(Read(genie, 2));
   EXPECT_TRUE(Read(genie, 4));
@@ -172,7 +173,7 @@ TEST(Genie, UnreachableOrRefusingDevicesRaiseTheFixedErrors) {
 
 TEST_F(ConnectedGenie, ADeviceThatStopsAnsweringFailsTheReadAfterTheReceiveTimeOut) {
   ExpectASilentReadToTimeOut(genie, device.Server());
-  device.SetState("GIS_SENSOR2", 1);
+  device.Points().Set("GIS_SENSOR2", 1);
   EXPECT_TRUE(Read(genie, 1));  // the failed read left the cache stale
 }
 

@@ -95,16 +95,16 @@ TEST(StarDot, InfoGivesAnOptionalRelayAndInputsAllNamedInput) {
 TEST(StarDot, OneIoRequestServesEveryPortButOnlyOneInputIsEverRead) {
   StarDotSim device(Layout(true, 2));
   device.Start();
-  device.SetRelay(true);
-  device.SetInput(1, true);
-  device.SetInput(2, true);
+  device.Points().SetOutput(1, true);
+  device.Points().SetInput(1, true);
+  device.Points().SetInput(2, true);
   StarDot s;
   s.Connect(device.DeviceString());
   device.Server().ClearLog();
   EXPECT_EQ(States(s), (std::vector<bool>{true, true, false}));  // the second input is never read
   EXPECT_EQ(device.Server().RequestLog(), Log{"/io.cgi"});
 
-  device.SetInput(1, false);
+  device.Points().SetInput(1, false);
   EXPECT_TRUE(Read(s, 1));
   std::this_thread::sleep_for(600ms);
   EXPECT_FALSE(Read(s, 1));
@@ -114,7 +114,7 @@ TEST(StarDot, OneIoRequestServesEveryPortButOnlyOneInputIsEverRead) {
   // Without a relay the "io" row goes to the third input, and nowhere when there is none.
   StarDotSim three(Layout(false, 3));
   three.Start();
-  three.SetInput(1, true);
+  three.Points().SetInput(1, true);
   StarDot t;
   t.Connect(three.DeviceString());
   EXPECT_EQ(States(t), (std::vector<bool>{false, false, true}));
@@ -142,10 +142,10 @@ TEST(StarDot, SwitchingTheRelaySendsItsStateUnnumbered) {
   s.Connect(device.DeviceString());
   device.Server().ClearLog();
   s.PortValue(0, Variant(true));
-  EXPECT_TRUE(device.Relay());
+  EXPECT_TRUE(device.Points().Output(1));
   EXPECT_TRUE(Read(s, 0));
   s.PortValue(0, Variant(false));
-  EXPECT_FALSE(device.Relay());
+  EXPECT_FALSE(device.Points().Output(1));
   EXPECT_EQ(device.Server().RequestLog(), (Log{"/io.cgi?relay=1", "/io.cgi", "/io.cgi?relay=0"}));
 
   EXPECT_EQ(Raised([&] { s.PortValue(1, Variant(true)); }), "45004 Port 2is not an output port");

@@ -120,8 +120,8 @@ TEST(Vivotek, CountsKeepTheirLastValueWhenTheListLacksThemOrNoTableCanTakeThem) 
 TEST(Vivotek, InputsAndOutputsAreReadInTwoGroupsCachedApart) {
   VivotekSim device(Layout(3, 2));
   device.Start();
-  device.SetInput(2, true);
-  device.SetOutput(2, true);
+  device.Points().SetInput(2, true);
+  device.Points().SetOutput(2, true);
   Vivotek v;
   v.Connect(device.DeviceString());
   device.Server().ClearLog();
@@ -137,7 +137,7 @@ TEST(Vivotek, InputsAndOutputsAreReadInTwoGroupsCachedApart) {
             (Log{"/cgi-bin/dido/getdi.cgi?di0&di1&di2", "/cgi-bin/dido/getdo.cgi?do0&do1"}));
 
   // A change at the device shows once the group's 500 ms have passed.
-  device.SetInput(1, true);
+  device.Points().SetInput(1, true);
   EXPECT_FALSE(Read(v, 0));
   std::this_thread::sleep_for(600ms);
   EXPECT_TRUE(Read(v, 0));
@@ -171,7 +171,7 @@ TEST(Vivotek, WritingAnOutputSendsSetdoAndKeepsTheState) {
   v.PortValue(2, Variant(true));
   v.PortValue(1, Variant(false));
   EXPECT_EQ(device.Server().RequestLog(), (Log{"/cgi-bin/dido/setdo.cgi?do1=1", "/cgi-bin/dido/setdo.cgi?do0=0"}));
-  EXPECT_TRUE(device.Output(2));
+  EXPECT_TRUE(device.Points().Output(2));
   EXPECT_TRUE(Read(v, 2));  // from the cache: no getdo within 500 ms of the last
   EXPECT_EQ(device.Server().RequestCount(), 2);
 
@@ -208,7 +208,7 @@ TEST(Vivotek, ADeviceThatStopsAnsweringFailsTheReadAfterTheReceiveTimeOut) {
   Vivotek v;
   v.Connect(device.DeviceString());
   ExpectASilentReadToTimeOut(v, device.Server());
-  device.SetInput(1, true);
+  device.Points().SetInput(1, true);
   EXPECT_TRUE(Read(v, 0));  // the failed read left the cache stale
 }
 

@@ -34,7 +34,7 @@ done
 
 # A simulated camera to list.
 mkfifo "$work/sim-in"
-"$prefix/bin/vmio-sim" axis --listen 127.0.0.1:0 <"$work/sim-in" >"$work/sim-out" &
+"$prefix/bin/vmio-sim" axis --listen 127.0.0.1:0 --name-input 1=Door <"$work/sim-in" >"$work/sim-out" &
 sim_pid=$!
 exec 3>"$work/sim-in"
 for _ in $(seq 100); do grep -q '^device: ' "$work/sim-out" && break; sleep 0.1; done
@@ -44,7 +44,7 @@ device=$(sed -n 's/^device: //p' "$work/sim-out")
 expect_ports() {
   local output
   output=$("$@" VMIO.Axis "$device")
-  grep -q '^vmio .*: 6 ports$' <<<"$output" && grep -q '^0 Input 1 = 0$' <<<"$output" || {
+  grep -q '^vmio .*: 6 ports$' <<<"$output" && grep -q '^0 Door = 0$' <<<"$output" || {
     echo "unexpected output of $1:" >&2
     echo "$output" >&2
     exit 1

@@ -149,7 +149,7 @@ class CameraCommands : public ::testing::Test {
 
 TEST_F(CameraCommands, PrintJsonForScripts) {
   const std::string device = "root:s3cret@" + authority;
-  camera->SetInput(2, true);
+  camera->Points().SetInput(2, 1);
   const Result ports = Vmio({"ports", "axis", device, "--json"});
   EXPECT_EQ(ports.code, 0) << ports.err;
   EXPECT_EQ(ports.out.substr(0, ports.out.find("\"ports\"")),
@@ -186,7 +186,7 @@ TEST_F(CameraCommands, TakeCredentialsFromAFileOrTheEnvironment) {
   std::ofstream(file) << "s3cret\n";
   const Result from_file = Vmio({"set", "axis", authority, "4", "on", "--user", "root", "--password-file", file});
   EXPECT_EQ(from_file.code, 0) << from_file.err;
-  EXPECT_TRUE(camera->Output(1));
+  EXPECT_EQ(camera->Points().Output(1), 1);
 
   ::setenv("VMIO_PASSWORD", "s3cret", 1);
   const Result from_environment = Vmio({"get", "axis", authority, "4", "--user=root"});
