@@ -58,8 +58,6 @@ TEST(ACTi, FirmwareVersionGivesFourPortsPerChannel) {
   EXPECT_EQ(a.Ports(), 0);
 
   a.Disconnect();
-  EXPECT_EQ(Raised([&] { a.Ports(); }), "45003 Not connected");
-  EXPECT_EQ(Raised([&] { a.PortValue(0); }), "45003 Not connected");
 }
 
 TEST(ACTi, EachChannelIsReadWithItsOwnStatusRequestAndCache) {
@@ -138,7 +136,6 @@ TEST(ACTi, WritingAnOutputSetsBothOutputsOfItsChannel) {
   EXPECT_FALSE(dual.Points().Output(ACTiSim::PointNumber(1, 2)));
 
   EXPECT_EQ(Raised([&] { a.PortValue(1, Variant(true)); }), "45004 Port 2is not an output port");
-  EXPECT_EQ(Raised([&] { a.PortValue(6, Variant(int32_t{1})); }), "13 Type mismatch");
   EXPECT_EQ(Raised([&] { a.PortValue(8, Variant(true)); }), "9 Subscript out of range");
   EXPECT_EQ(dual.Server().RequestCount(), 1);
 }
@@ -152,7 +149,6 @@ TEST(ACTi, RefusalsAndFailedRequestsRaiseConnectionAndValueErrors) {
 
   ACTi a;
   EXPECT_EQ(Raised([&] { a.Connect(device.DeviceString()); }), "45001 Unable to connect to the device");
-  EXPECT_EQ(Raised([&] { a.Ports(); }), "45003 Not connected");
   device.SetRefusing(false);
   EXPECT_EQ(Raised([&] { a.Connect("Admin:wrong@" + device.Server().Authority()); }),
             "45001 Unable to connect to the device");
