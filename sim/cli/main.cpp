@@ -16,6 +16,7 @@ int RunVivotek(const std::vector<std::string>& args);  // vivotek.cpp
 int RunACTi(const std::vector<std::string>& args);     // acti.cpp
 int RunStarDot(const std::vector<std::string>& args);  // stardot.cpp
 int RunAdam(const std::vector<std::string>& args);     // adam.cpp
+int RunLogIT(const std::vector<std::string>& args);    // logit.cpp
 
 // One entry per make; each runner lives in its own file in this folder.
 static const SimCommand kCommands[] = {

@@ -1,16 +1,49 @@
 #include "demo_targets.h"
 
+#include <cstdlib>
+#include <optional>
+
 #include "acti_sim.h"
 #include "adam_sim.h"
 #include "aviosys_sim.h"
 #include "axis_sim.h"
 #include "genie_sim.h"
+#include "logit_sim.h"
 #include "serial_sim.h"
 #include "stardot_sim.h"
 #include "vivotek_sim.h"
+#include "vmio/enumerator.h"
 #include "vmio/io_device.h"
+#include "vmio/objects.h"
 
 namespace vmio::cli {
+namespace {
+
+// A simulated logger and the device tree it lives in, shown to this process (and to nothing
+// else) through VMIO_SYSFS_ROOT while it runs; the variable's old value comes back after.
+class LoggerOnTree {
+ public:
+  LoggerOnTree() {
+    if (const char* old = std::getenv(kVariable)) previous_ = old;
+    setenv(kVariable, logger_.Root().c_str(), 1);
+  }
+  ~LoggerOnTree() {
+    if (previous_) {
+      setenv(kVariable, previous_->c_str(), 1);
+    } else {
+      unsetenv(kVariable);
+    }
+  }
+  LoggerOnTree(const LoggerOnTree&) = delete;
+  LoggerOnTree& operator=(const LoggerOnTree&) = delete;
+
+ private:
+  static constexpr char kVariable[] = "VMIO_SYSFS_ROOT";
+  sim::LogITSim logger_;
+  std::optional<std::string> previous_;
+};
+
+}  // namespace
 
 // One entry per driver; add yours with the simulator it runs against.
 static const DemoTarget kTargets[] = {
@@ -104,6 +137,14 @@ static const DemoTarget kTargets[] = {
        const Variant temperature[] = {"T?\r"};  // port 1: asked for
        rs232.Call("AddCommand", listener);
        rs232.Call("AddCommand", temperature);
+     }},
+    {"VMIO.LogIT",
+     [](std::string& device) {
+       // Found the way a host finds a logger: the first entry the enumerator lists.
+       auto tree = std::make_shared<LoggerOnTree>();
+       const auto list = std::dynamic_pointer_cast<IODeviceEnumerator>(CreateObject("VMIO.LogITEnum"));
+       device = list->Item(Variant(1))->ID();
+       return std::shared_ptr<void>(tree);
      }},
 };
 
