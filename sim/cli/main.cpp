@@ -29,6 +29,7 @@ static const SimCommand kCommands[] = {
     {"acti", "an ACTi camera or video server, 1 to 4 channels of 2 inputs and 2 outputs (CGI over HTTP)", &RunACTi},
     {"stardot", "a StarDot camera with a relay and external inputs (CGI over HTTP)", &RunStarDot},
     {"adam", "an ADAM-6000 Ethernet I/O module: inputs and relays over Modbus/TCP, model query over UDP", &RunAdam},
+    {"logit", "LogIT data loggers on USB: HID reports on seqpacket sockets in a device tree of their own", &RunLogIT},
 };
 
 std::span<const SimCommand> SimCommands() { return kCommands; }
