@@ -47,3 +47,16 @@ def guarded_camera_sim():
     sim = Sim("axis", "--user", "root", "--password", "right", "--auth", "basic")
     yield sim
     sim.stop()
+
+
+@pytest.fixture
+def logger_sim():
+    """Two simulated USB loggers: the device tree's root and their device paths."""
+    program = os.environ.get("VMIO_SIM") or shutil.which("vmio-sim")
+    process = subprocess.Popen([program, "logit", "--loggers", "2"], stdin=subprocess.PIPE,
+                               stdout=subprocess.PIPE, text=True)
+    lines = [process.stdout.readline().strip() for _ in range(3)]
+    assert lines[0].startswith("root: ") and all(line.startswith("device: ") for line in lines[1:]), lines
+    yield lines[0][len("root: "):], [line[len("device: "):] for line in lines[1:]]
+    process.terminate()
+    process.wait(timeout=10)

@@ -79,15 +79,20 @@ def test_the_trace_tells_why_a_connect_failed(guarded_camera_sim):
     assert "401 Unauthorized" in trace and "root:***@" in trace and "Wrong-Guess" not in trace
 
 
-def test_classes_enumerators_and_events():
+def test_classes_and_events():
     names = dict(vmio.classes())
     assert names["VMIO.Axis"] == "axis" and names["VMIO.ADAM"] == "adam"
     assert vmio.version.count(".") == 2
     vmio.run_pending_events()
     assert vmio.milliseconds_until_next_event() == -1
-    enumerators = [progid for progid, _ in vmio.classes() if isinstance(vmio.create(progid), vmio.Enumerator)]
-    for progid in enumerators:
-        found = vmio.create(progid)
-        records = list(found)
-        assert len(records) == len(found)
-        assert all(isinstance(r.id, str) and isinstance(r.name, str) for r in records)
+
+
+def test_enumerators_iterate_their_records(logger_sim, monkeypatch):
+    root, paths = logger_sim
+    monkeypatch.setenv("VMIO_SYSFS_ROOT", root)
+    found = vmio.create("VMIO.LogITEnum")
+    assert isinstance(found, vmio.Enumerator) and len(found) == 2
+    assert list(found) == [vmio.DeviceInfo(paths[0], "LogIT Black Box 1"), vmio.DeviceInfo(paths[1], "LogIT Black Box 2")]
+    assert found[-1].id == paths[1]
+    with pytest.raises(IndexError):
+        found[2]

@@ -8,6 +8,8 @@
 #include "devices/http/genie.h"
 #include "devices/http/stardot.h"
 #include "devices/http/vivotek.h"
+#include "devices/logit/logit.h"
+#include "devices/logit/logit_enum.h"
 #include "devices/rs232/rs232.h"
 #include "vmio/objects.h"
 
@@ -30,6 +32,8 @@ constexpr ClassInfo kClasses[] = {
     {"VMIO.AviosysPDU", "aviosys", &Make<AviosysPDU>},
     {"VMIO.ADAM", "adam", &Make<ADAM>},
     {"VMIO.RS232", "rs232", &Make<RS232>},
+    {"VMIO.LogIT", "logit", &Make<LogIT>},
+    {"VMIO.LogITEnum", "logitenum", &Make<LogITEnum>, true},
 };
 
 }  // namespace

@@ -125,6 +125,26 @@ const char* CheckFailureReasonsThroughC(const char* wrong_credentials, const cha
   return NULL;
 }
 
+const char* CheckEnumeratorThroughC(const char* first_path) {
+  vmio_object* found = NULL;
+  int32_t n = 0;
+  char* id = NULL;
+  char* name = NULL;
+
+  CHECK(vmio_create("VMIO.LogITEnum", &found) == 0 && vmio_object_kind(found) == VMIO_KIND_ENUMERATOR);
+  CHECK(vmio_enum_count(found, &n) == 0 && n == 2);
+  CHECK(vmio_enum_item(found, 1, &id, &name) == 0);
+  CHECK(strcmp(id, first_path) == 0 && strcmp(name, "LogIT Black Box 1") == 0);
+  vmio_free(id);
+  vmio_free(name);
+  CHECK(vmio_enum_item(found, 2, NULL, &name) == 0 && strcmp(name, "LogIT Black Box 2") == 0);
+  vmio_free(name);
+  CHECK_ERROR(vmio_enum_item(found, 3, &id, &name), 9, "Subscript out of range");
+  CHECK(vmio_ports(found, &n) == 438);
+  vmio_release(found);
+  return NULL;
+}
+
 const char* CheckLibraryFunctionsThroughC(void) {
   int32_t i;
   int found = 0;

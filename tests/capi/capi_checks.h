@@ -11,6 +11,8 @@ const char* CheckCameraThroughC(const char* device);
 /* wrong_credentials: a camera that refuses them; closed_port: nothing listens there;
  * secret: the password in wrong_credentials, which the trace must never show. */
 const char* CheckFailureReasonsThroughC(const char* wrong_credentials, const char* closed_port, const char* secret);
+/* With two simulated loggers, the first at first_path. */
+const char* CheckEnumeratorThroughC(const char* first_path);
 const char* CheckLibraryFunctionsThroughC(void);
 
 #ifdef __cplusplus

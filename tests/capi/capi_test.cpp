@@ -5,6 +5,8 @@
 
 #include "axis_sim.h"
 #include "capi_checks.h"
+#include "logit_sim.h"
+#include "support/sysfs_root.h"
 
 namespace vmio {
 namespace {
@@ -31,6 +33,14 @@ TEST(CApi, TraceShowsWhyAConnectFailed) {
   }
   const std::string wrong = "root:wrong-Secret@" + camera.Server().Authority();
   EXPECT_EQ(Passed(CheckFailureReasonsThroughC(wrong.c_str(), closed.c_str(), "wrong-Secret")), "passed");
+}
+
+TEST(CApi, ListsAnEnumeratorsRecords) {
+  sim::LogITSimOptions options;
+  options.loggers.resize(2);
+  sim::LogITSim loggers(options);
+  test::SysfsRoot root(loggers.Root());
+  EXPECT_EQ(Passed(CheckEnumeratorThroughC(loggers.DevicePath(0).c_str())), "passed");
 }
 
 TEST(CApi, ReportsVersionClassesAndEvents) { EXPECT_EQ(Passed(CheckLibraryFunctionsThroughC()), "passed"); }

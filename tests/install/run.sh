@@ -26,7 +26,8 @@ if grep -E 'HTTPClient|ModbusT|PortTableDevice' <<<"$exported"; then
   echo "internal classes are exported" >&2
   exit 1
 fi
-for f in include/vmio/vmio.h include/vmio/version.h bin/vmio bin/vmio-sim share/man/man1/vmio.1 \
+for f in include/vmio/vmio.h include/vmio/version.h bin/vmio bin/vmio-sim "bin/LogIT Sensors.txt" \
+  lib/udev/rules.d/60-vmio-logit.rules share/man/man1/vmio.1 \
   share/man/man1/vmio-sim.1 share/bash-completion/completions/vmio; do
   [ -e "$prefix/$f" ] || { echo "not installed: $f" >&2; exit 1; }
 done

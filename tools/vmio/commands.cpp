@@ -71,6 +71,7 @@ struct Command {
   std::array<std::string_view, 5> options;  // those taking a value
   bool json;                                // whether --json applies
   int (*run)(const Invocation&);
+  size_t optional_arguments = 0;  // taken after the required ones
 };
 
 int32_t ParseIndex(const std::string& text) {
@@ -104,6 +105,10 @@ int Classes(const Invocation& inv) {
     inv.out << c.progid << std::string(width - c.progid.size() + 2, ' ') << c.short_name << '\n';
   }
   return 0;
+}
+
+int Scan(const Invocation& inv) {
+  return ScanDevices(inv.positional.empty() ? nullptr : &FindClass(inv.positional[0]), inv.Results());
 }
 
 int Ports(const Invocation& inv) { return ListPorts(FindClass(inv.positional[0]), inv.Device(), inv.Results()); }
@@ -156,6 +161,20 @@ constexpr Command kCommands[] = {
      {},
      true,
      &Classes},
+    {"scan",
+     "scan [CLASS] [--json]",
+     "list the devices attached to this machine",
+     "Asks every class that finds devices on this machine (or only CLASS) for its list, and\n"
+     "prints each device's ID, what DEVICE is for that device's class, and its name.\n"
+     "LogIT loggers are found among the HID devices (set VMIO_SYSFS_ROOT to look in another\n"
+     "device tree, such as the one vmio-sim logit prints).\n"
+     "--json prints one JSON array of {class, id, name}.\n"
+     "\nexample: vmio scan logitenum, then vmio ports logit /dev/hidraw0",
+     0,
+     {},
+     true,
+     &Scan,
+     1},
     {"ports",
      "ports CLASS DEVICE [--json]",
      "list a device's ports with their current values",
@@ -266,9 +285,8 @@ int RunParsed(const Command& command, std::span<const std::string> args, std::is
       throw UsageError(name + " needs a value");
     }
   }
-  if (inv.positional.size() != command.arguments) {
-    throw UsageError(inv.positional.size() < command.arguments ? "missing arguments" : "too many arguments");
-  }
+  if (inv.positional.size() < command.arguments) throw UsageError("missing arguments");
+  if (inv.positional.size() > command.arguments + command.optional_arguments) throw UsageError("too many arguments");
   return command.run(inv);
 }
 

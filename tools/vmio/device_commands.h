@@ -41,6 +41,10 @@ int ListPorts(const ClassInfo& cls, const std::string& device, const Output& out
 int GetPort(const ClassInfo& cls, const std::string& device, int32_t index, const Output& output);
 int SetPort(const ClassInfo& cls, const std::string& device, int32_t index, bool state);
 
+// Lists what the enumerating classes find (cls, or every one when null): per class a heading,
+// then the ID and name of each device; with JSON, one array of {class, id, name}.
+int ScanDevices(const ClassInfo* cls, const Output& output);
+
 struct WatchOptions {
   int32_t interval_ms = 500;
   std::optional<int32_t> count;     // polls; until stop when absent
