@@ -136,6 +136,11 @@ class Exchange final : public HttpReceiver {
   bool OnBody(std::span<const uint8_t> chunk, int64_t total) override {
     bool cancel = false;
     try {
+      // Checked before storing, so an oversized reply never takes more than the limit.
+      if (total > kMaxBodyBytes || received_ + static_cast<int64_t>(chunk.size()) > kMaxBodyBytes) {
+        Raise(13106, "Disconnected while recieving data");
+      }
+      received_ += static_cast<int64_t>(chunk.size());
       sink_.Write(chunk, total);
       if (progress_) progress_(Clamp32(sink_.Received()), total < 0 ? -1 : Clamp32(total), cancel);
     } catch (...) {
@@ -164,6 +169,7 @@ class Exchange final : public HttpReceiver {
   const decltype(HTTPClient::Progress)& progress_;
   std::string block_;
   bool closed_ = false;
+  int64_t received_ = 0;
   std::exception_ptr thrown_;
 };
 
