@@ -28,6 +28,7 @@ constexpr AdamModel kModels[] = {
 constexpr int16_t kFirstRelayCoil = 16;
 constexpr int16_t kCoilsRead = 32;
 constexpr float kQueryWaitSeconds = 5.0f;
+constexpr int32_t kQueryWaitMs = 5000;  // a UDP connect only sets the peer: it never waits
 
 // The port piece of "host:port" as a number; nothing when it is not one.
 std::optional<uint16_t> ParsePort(std::string_view text) {
@@ -114,7 +115,7 @@ void ADAM::Connect(const std::string& Device) {
 std::string ADAM::GetModelNumber(const std::string& HostName) {
   const QuerySocket udp;
   if (!BindAnyLocal(udp.get())) RaiseConnectionFailed("Failed to open a UDP port");
-  if (!ConnectIPv4(udp.get(), HostName, query_port_)) RaiseConnectionFailed("Failed to open a UDP port");
+  if (!ConnectIPv4(udp.get(), HostName, query_port_, kQueryWaitMs)) RaiseConnectionFailed("Failed to open a UDP port");
   SendBytes(udp.get(), StringToBytes("$01M\r", kCodePage1252));
 
   std::array<uint8_t, 20> reply{};
