@@ -122,11 +122,16 @@ std::string ADAM::GetModelNumber(const std::string& HostName) {
   if (RecvTimeout(udp.get(), reply.data(), static_cast<int32_t>(reply.size()), 0, kQueryWaitSeconds) == -1) {
     RaiseConnectionFailed("Failed to get the model number");
   }
-  // A time-out goes on with the empty buffer. The model runs from the fourth character up to
-  // the first CR; the reply marker and address before it are not checked.
-  const auto cr = std::ranges::find(reply, uint8_t{'\r'});
-  if (cr == reply.end() || cr - reply.begin() < 3) Raise(5);  // no CR, or one inside the marker
-  return BytesToString(std::span<const uint8_t>(reply.begin() + 3, cr), kCodePage1252);
+  // A time-out goes on with the empty buffer.
+  return AdamModelFromAnswer(reply);
+}
+
+std::string AdamModelFromAnswer(std::span<const uint8_t> answer) {
+  // The model runs from the fourth character up to the first CR; the reply marker and
+  // address before it are not checked.
+  const auto cr = std::ranges::find(answer, uint8_t{'\r'});
+  if (cr == answer.end() || cr - answer.begin() < 3) Raise(5);  // no CR, or one inside the marker
+  return BytesToString(std::span<const uint8_t>(answer.begin() + 3, cr), kCodePage1252);
 }
 
 void ADAM::RefreshInputs() {
