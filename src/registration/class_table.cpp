@@ -2,6 +2,8 @@
 #include "core/io_device_placeholder.h"
 #include "core/text_match.h"
 #include "devices/adam/adam.h"
+#include "devices/axxessid/axxessid_door.h"
+#include "devices/axxessid/axxessid_sensor.h"
 #include "devices/http/acti.h"
 #include "devices/http/aviosys_pdu.h"
 #include "devices/http/axis.h"
@@ -30,6 +32,8 @@ constexpr ClassInfo kClasses[] = {
     {"VMIO.AviosysPDU", "aviosys", &Make<AviosysPDU>},
     {"VMIO.ADAM", "adam", &Make<ADAM>},
     {"VMIO.RS232", "rs232", &Make<RS232>},
+    {"VMIO.AxxessIDDoor", "door", &Make<AxxessIDDoor>},
+    {"VMIO.AxxessIDSensor", "sensor", &Make<AxxessIDSensor>},
 };
 
 }  // namespace
