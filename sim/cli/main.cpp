@@ -16,6 +16,7 @@ int RunVivotek(const std::vector<std::string>& args);  // vivotek.cpp
 int RunACTi(const std::vector<std::string>& args);     // acti.cpp
 int RunStarDot(const std::vector<std::string>& args);  // stardot.cpp
 int RunAdam(const std::vector<std::string>& args);     // adam.cpp
+int RunAx200(const std::vector<std::string>& args);    // ax200.cpp
 
 // One entry per make; each runner lives in its own file in this folder.
 static const SimCommand kCommands[] = {
@@ -28,6 +29,8 @@ static const SimCommand kCommands[] = {
     {"acti", "an ACTi camera or video server, 1 to 4 channels of 2 inputs and 2 outputs (CGI over HTTP)", &RunACTi},
     {"stardot", "a StarDot camera with a relay and external inputs (CGI over HTTP)", &RunStarDot},
     {"adam", "an ADAM-6000 Ethernet I/O module: inputs and relays over Modbus/TCP, model query over UDP", &RunAdam},
+    {"ax200", "an AX200 access-control service with doors and environment sensors (lines on a local socket)",
+     &RunAx200},
 };
 
 std::span<const SimCommand> SimCommands() { return kCommands; }

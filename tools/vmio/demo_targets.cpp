@@ -1,8 +1,11 @@
 #include "demo_targets.h"
 
+#include <cstdlib>
+
 #include "acti_sim.h"
 #include "adam_sim.h"
 #include "aviosys_sim.h"
+#include "ax200_sim.h"
 #include "axis_sim.h"
 #include "genie_sim.h"
 #include "serial_sim.h"
@@ -11,6 +14,19 @@
 #include "vmio/io_device.h"
 
 namespace vmio::cli {
+
+namespace {
+
+// The access-control drivers find their service through VMIO_AX200, set here for this process.
+std::shared_ptr<void> StartAx200(std::string& device) {
+  auto service = std::make_shared<sim::Ax200Sim>();
+  service->Start();
+  setenv("VMIO_AX200", service->Address().c_str(), 1);
+  device = "AX200";
+  return service;
+}
+
+}  // namespace
 
 // One entry per driver; add yours with the simulator it runs against.
 static const DemoTarget kTargets[] = {
@@ -105,6 +121,8 @@ static const DemoTarget kTargets[] = {
        rs232.Call("AddCommand", listener);
        rs232.Call("AddCommand", temperature);
      }},
+    {"VMIO.AxxessIDDoor", &StartAx200, {}, Variant("Locked")},
+    {"VMIO.AxxessIDSensor", &StartAx200},
 };
 
 std::span<const DemoTarget> DemoTargets() { return kTargets; }

@@ -17,6 +17,9 @@ struct DemoTarget {
   std::function<std::shared_ptr<void>(std::string& device)> start;
   // Extra set-up on the created object before Connect (RS232's commands); may be empty.
   std::function<void(Object&)> prepare = {};
+  // For devices whose outputs take other values than Booleans: the value to write to the first
+  // output of its type, expected to read back as written. Empty: switch a Boolean output.
+  Variant write = {};
 };
 
 std::span<const DemoTarget> DemoTargets();
