@@ -184,7 +184,7 @@ TEST(AxxessIDDoor, TimersRunWhileAReadWaits) {
   const int32_t timer = StartCallbackTimer(counter, 50);
   EXPECT_EQ(Read(door, 1), "Secure");
   StopCallbackTimer(timer);
-  EXPECT_GE(counter->count, 6);
+  EXPECT_GE(counter->count, 5);  // about 10 at a 50 ms beat
 }
 
 }  // namespace
