@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything and runs the whole suite twice: a normal build, then under ASan+UBSan.
+# Builds everything and runs the whole suite twice: a normal build, then under ASan+UBSan;
+# then the soak (slow, left out of the quick ctest run) and a replay of every fuzz corpus.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -11,8 +12,11 @@ clang-format --dry-run -Werror $(git ls-files '*.cpp' '*.h')
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build/release -j "$jobs"
 ctest --test-dir build/release --output-on-failure -j "$jobs"
+ctest --test-dir build/release --output-on-failure -C soak -L soak
 
 cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVMIO_SANITIZE=ON >/dev/null
 cmake --build build/asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build/asan --output-on-failure -j "$jobs"
+
+scripts/fuzz-replay.sh

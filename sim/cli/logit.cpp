@@ -10,6 +10,7 @@
 
 #include "control_lines.h"
 #include "logit_sim.h"
+#include "scoped_environment.h"
 #include "serve.h"
 #include "sim_makes.h"
 
@@ -177,30 +178,11 @@ int RunLogIT(const std::vector<std::string>& args) {
 
 namespace {
 
-// A simulated logger and the device tree it lives in, shown to this process (and to nothing
-// else) through VMIO_SYSFS_ROOT while it runs; the variable's old value comes back after.
-class LoggerOnTree {
- public:
-  LoggerOnTree() {
-    if (const char* old = std::getenv(kVariable)) previous_ = old;
-    setenv(kVariable, logger_.Root().c_str(), 1);
-  }
-  ~LoggerOnTree() {
-    if (previous_) {
-      setenv(kVariable, previous_->c_str(), 1);
-    } else {
-      unsetenv(kVariable);
-    }
-  }
-  LoggerOnTree(const LoggerOnTree&) = delete;
-  LoggerOnTree& operator=(const LoggerOnTree&) = delete;
-
-  const LogITSim& Logger() const { return logger_; }
-
- private:
-  static constexpr char kVariable[] = "VMIO_SYSFS_ROOT";
-  LogITSim logger_;
-  std::optional<std::string> previous_;
+// A simulated logger and the device tree it lives in, which the library finds through
+// VMIO_SYSFS_ROOT while it runs.
+struct LoggerOnTree {
+  LogITSim logger;
+  ScopedEnvironment root{"VMIO_SYSFS_ROOT", logger.Root()};
 };
 
 const bool kRegistered = RegisterMake({
@@ -208,7 +190,7 @@ const bool kRegistered = RegisterMake({
     .start =
         [] {
           auto tree = std::make_shared<LoggerOnTree>();
-          return RunningDevice{tree, tree->Logger().DevicePath(0)};
+          return RunningDevice{tree, tree->logger.DevicePath(0)};
         },
     .name = "logit",
     .help = "LogIT data loggers on USB: HID reports on seqpacket sockets in a device tree of their own",

@@ -24,7 +24,10 @@ struct SimMake {
   std::function<RunningDevice()> start;
   // Set-up on the driver object before Connect (RS232's commands); may be empty.
   std::function<void(Object&)> prepare = {};
-  std::string_view name = {};  // "axis": the word after vmio-sim
+  // For devices whose outputs take other values than Booleans: the value the demo writes to the
+  // first output of its type, expected to read back as written. Empty: switch a Boolean output.
+  Variant write = {};
+  std::string_view name = {};  // "axis": the word after vmio-sim; empty for a second class of a make
   std::string_view help = {};  // one line for `vmio-sim --help`
   // `vmio-sim MAKE ARGS` with the arguments after the name; returns the exit code.
   std::function<int(const std::vector<std::string>& args)> run = {};

@@ -2,6 +2,8 @@
 #include "core/io_device_placeholder.h"
 #include "core/text_match.h"
 #include "devices/adam/adam.h"
+#include "devices/axxessid/axxessid_door.h"
+#include "devices/axxessid/axxessid_sensor.h"
 #include "devices/http/acti.h"
 #include "devices/http/aviosys_pdu.h"
 #include "devices/http/axis.h"
@@ -34,6 +36,8 @@ constexpr ClassInfo kClasses[] = {
     {"VMIO.RS232", "rs232", &Make<RS232>},
     {"VMIO.LogIT", "logit", &Make<LogIT>},
     {"VMIO.LogITEnum", "logitenum", &Make<LogITEnum>, true},
+    {"VMIO.AxxessIDDoor", "door", &Make<AxxessIDDoor>},
+    {"VMIO.AxxessIDSensor", "sensor", &Make<AxxessIDSensor>},
 };
 
 }  // namespace

@@ -65,14 +65,16 @@ Outcome RunTarget(const SimMake& target, std::ostream& out) {
     step = "listing the ports";
     const int32_t count = io->Ports();
     std::vector<std::string> entries;
-    int32_t output = -1;  // the first Boolean output
+    // The first output that takes the value to write: the target's own, or a Boolean.
+    const int32_t write_type = target.write.IsEmpty() ? vtBool : target.write.VarType();
+    int32_t output = -1;
     for (int32_t i = 0; i < count; ++i) {
       const int32_t direction = io->PortDirection(i);
       const int32_t type = io->PortType(i);
       step = "reading port " + std::to_string(i);
       entries.push_back(std::to_string(i) + " " + EscapeText(io->PortName(i)) + " (" + DirectionName(direction) + ", " +
                         TypeName(type) + ") = " + DisplayValue(io->PortValue(i)));
-      if (output < 0 && (direction == IOOutput || direction == IOBidirectional) && type == vtBool) output = i;
+      if (output < 0 && (direction == IOOutput || direction == IOBidirectional) && type == write_type) output = i;
     }
     out << "  connected to " << MaskCredentials(device) << ", " << count << (count == 1 ? " port" : " ports")
         << (count ? ":\n" : "\n");
@@ -82,9 +84,11 @@ Outcome RunTarget(const SimMake& target, std::ostream& out) {
     if (output >= 0) {
       step = "switching port " + std::to_string(output);
       const Variant before = io->PortValue(output);
-      if (!before.IsBool())
-        throw DemoFailure("port " + std::to_string(output) + " reads " + FormatTypedValue(before) + ", not a Boolean");
-      const Variant wanted(!before.AsBool());
+      if (before.VarType() != write_type) {
+        throw DemoFailure("port " + std::to_string(output) + " reads " + FormatTypedValue(before) + ", not a " +
+                          TypeName(write_type));
+      }
+      const Variant wanted = target.write.IsEmpty() ? Variant(!before.AsBool()) : target.write;
       io->PortValue(output, wanted);
       const Variant after = io->PortValue(output);
       if (after != wanted) {
