@@ -192,6 +192,7 @@ const bool kRegistered = RegisterMake({
           auto tree = std::make_shared<LoggerOnTree>();
           return RunningDevice{tree, tree->logger.DevicePath(0)};
         },
+    .lister = "VMIO.LogITEnum",
     .name = "logit",
     .help = "LogIT data loggers on USB: HID reports on seqpacket sockets in a device tree of their own",
     .run = &RunLogIT,

@@ -41,6 +41,22 @@ void PrintWrapped(const std::vector<std::string>& entries, std::ostream& out) {
   if (!line.empty()) out << indent << line << '\n';
 }
 
+// Lists what an enumerating class finds and returns the first entry's ID.
+std::string FirstListed(std::string_view lister, std::ostream& out) {
+  const std::shared_ptr<Object> list = CreateObject(lister);
+  const int32_t count = list->Call("Count").AsInt32();
+  out << "  " << lister << " lists " << count << (count == 1 ? " device:\n" : " devices:\n");
+  for (int32_t k = 1; k <= count; ++k) {
+    const Variant position[] = {Variant(k)};
+    const std::shared_ptr<Object> record = list->Call("Item", position).AsObject();
+    out << "    " << EscapeText(record->Call("ID").AsString()) << "  " << EscapeText(record->Call("Name").AsString())
+        << '\n';
+  }
+  if (count == 0) throw DemoFailure(std::string(lister) + " lists no device");
+  const Variant first[] = {Variant(int32_t{1})};
+  return list->Call("Item", first).AsObject()->Call("ID").AsString();
+}
+
 // Runs one target; the step in progress names a failure.
 Outcome RunTarget(const SimMake& target, std::ostream& out) {
   Outcome outcome;
@@ -51,6 +67,10 @@ Outcome RunTarget(const SimMake& target, std::ostream& out) {
   try {
     const sim::RunningDevice running = target.start();
     device = running.device;
+    if (!target.lister.empty()) {
+      step = "listing the devices with " + std::string(target.lister);
+      device = FirstListed(target.lister, out);
+    }
     step = "creating the object";
     const std::shared_ptr<Object> object = CreateObject(target.progid);  // released before the simulator
     if (target.prepare) {
