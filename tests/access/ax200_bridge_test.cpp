@@ -114,6 +114,34 @@ TEST(Ax200Bridge, NonsenseWhereAReplyIsAwaitedCountsAsDisconnected) {
   }
 }
 
+TEST(Ax200Bridge, AServiceThatNeverStopsTalkingCannotHoldAReplyWaitOrItsMemory) {
+  test::Listener listener;
+  setenv("VMIO_AX200", ("tcp:127.0.0.1:" + std::to_string(listener.Port())).c_str(), 1);
+  std::thread talker([&] {
+    const int fd = listener.Accept();
+    if (fd < 0) return;
+    const std::string present = "PRESENT\t1\n";
+    test::SendAll(fd, {reinterpret_cast<const uint8_t*>(present.data()), present.size()});
+    std::string noise;
+    for (int i = 0; i < 256; ++i) noise += "EVENT\tnoise\n";
+    // Events without end, until the client hangs up (or 10 s, so the test ends by itself).
+    const auto stop = std::chrono::steady_clock::now() + 10s;
+    while (std::chrono::steady_clock::now() < stop && ::send(fd, noise.data(), noise.size(), MSG_NOSIGNAL) > 0) {
+    }
+    close(fd);
+  });
+  Recorder events;
+  const auto bridge = CreateAccessBridge(events);
+  ASSERT_TRUE(bridge->Attach("site"));
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(bridge->Doors("Y", "").valid);
+  const auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(took, 1900ms);
+  EXPECT_LT(took, 2600ms);
+  talker.join();
+  unsetenv("VMIO_AX200");
+}
+
 TEST(Ax200Bridge, AServiceThatIsNotThereIsAbsentWithoutWaiting) {
   Recorder events;
   const auto bridge = CreateAccessBridge(events);

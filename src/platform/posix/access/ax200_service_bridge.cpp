@@ -24,6 +24,7 @@ namespace vmio {
 namespace {
 
 constexpr char kDefaultService[] = "unix:/run/ax200/ax200.sock";
+constexpr int kMaxReadsPerReceive = 16;  // 64 KiB
 
 using Deadline = WaitClock::time_point;
 
@@ -198,7 +199,8 @@ class ServiceBridge final : public AccessBridge {
   std::optional<std::string> AwaitLine(Deadline deadline) {
     awaiting_ = true;
     while (replies_.empty() && fd_ >= 0) {
-      if (!PollFor(fd_, POLLIN, deadline)) {
+      // The deadline holds even while the service keeps sending other things (events).
+      if (WaitClock::now() >= deadline || !PollFor(fd_, POLLIN, deadline)) {
         Close();  // not answering
         break;
       }
@@ -230,9 +232,11 @@ class ServiceBridge final : public AccessBridge {
   }
 
   // Takes what has arrived, delivers the events and keeps reply lines while one is awaited.
+  // A service that never stops sending cannot hold the caller here: one call reads at most
+  // kMaxReadsPerReceive chunks, and the caller's own deadline decides whether to come back.
   void Receive() {
     char chunk[4096];
-    for (;;) {
+    for (int reads = 0; reads < kMaxReadsPerReceive; ++reads) {
       if (fd_ < 0) return;
       const ssize_t n = ::recv(fd_, chunk, sizeof chunk, 0);
       if (n == 0 || (n < 0 && errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK)) {
@@ -253,6 +257,10 @@ class ServiceBridge final : public AccessBridge {
       const auto fields = LineFields(*line);
       if (fields[0] != "EVENT") {
         if (awaiting_) replies_.push_back(*line);
+        if (replies_.size() > static_cast<size_t>(kMaxListed) + 1) {  // more than any list a reply can announce
+          Gone();
+          return false;
+        }
       } else if (fields.size() >= 2 && fields[1] == "doorStatus") {
         status_ = fields.size() >= 3 ? std::string(fields[2]) : std::string();
         events_.DoorStatus();
