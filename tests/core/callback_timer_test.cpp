@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <functional>
 #include <stdexcept>
 #include <thread>
 
+#include "support/counting_target.h"
 #include "support/raised.h"
 #include "vmio/error.h"
 #include "vmio/events.h"
@@ -14,17 +14,9 @@ namespace {
 
 using namespace std::chrono_literals;
 using test::Raised;
+using Counter = test::CountingTarget;
 
 const std::string kInvalidCall = "5 Invalid procedure call or argument";
-
-struct Counter : Callbackable {
-  int calls = 0;
-  std::function<void()> also;
-  void Callback() override {
-    ++calls;
-    if (also) also();
-  }
-};
 
 TEST(CallbackTimer, FiresOnlyWhenEventsRunAndCoalescesMissedPeriods) {
   auto counter = std::make_shared<Counter>();

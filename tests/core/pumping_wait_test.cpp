@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <functional>
 #include <thread>
 
+#include "support/counting_target.h"
 #include "vmio/events.h"
 
 namespace vmio {
@@ -24,14 +24,7 @@ struct Pipe {
   void Write() const { EXPECT_EQ(write(fds[1], "!", 1), 1); }
 };
 
-struct Action : Callbackable {
-  int calls = 0;
-  std::function<void()> also;
-  void Callback() override {
-    ++calls;
-    if (also) also();
-  }
-};
+using Action = test::CountingTarget;
 
 TEST(PumpingWait, RunsTimersWhileWaitingAndReturnsWhenTheHandleIsReady) {
   Pipe pipe;

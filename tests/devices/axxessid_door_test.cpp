@@ -9,6 +9,7 @@
 #include "devices/axxessid/axxessid_door.h"
 #include "net/local_addresses.h"
 #include "support/ax200_site.h"
+#include "support/counting_target.h"
 #include "support/raised.h"
 #include "vmio/events.h"
 
@@ -170,21 +171,16 @@ TEST(AxxessIDDoor, DisconnectedEndsTheWaitAtOnce) {
   EXPECT_EQ(Read(door, 0), "Normal");
 }
 
-struct Counter : Callbackable {
-  void Callback() override { ++count; }
-  int count = 0;
-};
-
 TEST(AxxessIDDoor, TimersRunWhileAReadWaits) {
   Ax200Site site;
   AxxessIDDoor door;
   door.Connect("site");
   site.sim.SetStatusAnswer(sim::StatusAnswer::kLate, 500);
-  const auto counter = std::make_shared<Counter>();
+  const auto counter = std::make_shared<test::CountingTarget>();
   const int32_t timer = StartCallbackTimer(counter, 50);
   EXPECT_EQ(Read(door, 1), "Secure");
   StopCallbackTimer(timer);
-  EXPECT_GE(counter->count, 5);  // about 10 at a 50 ms beat
+  EXPECT_GE(counter->calls, 5);  // about 10 at a 50 ms beat
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // An instrument that misbehaves: each fault ends the call with its documented outcome within
 // the reply time-out, and the same object works again once the instrument behaves.
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -11,31 +10,19 @@
 #include "devices/rs232/rs232.h"
 #include "serial_sim.h"
 #include "support/raised.h"
+#include "support/timing.h"
 
 namespace vmio {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
+using test::CpuMicroseconds;
 using test::Raised;
+using test::Timed;
 
 const std::string kTimedOut = "45005 Timed out receiving data";
 constexpr auto kReplyTimeout = 5001ms;
 constexpr auto kLatest = kReplyTimeout + 600ms;
-
-// Microseconds of processor time this thread has used.
-long CpuMicroseconds() {
-  rusage r{};
-  getrusage(RUSAGE_THREAD, &r);
-  return (r.ru_utime.tv_sec + r.ru_stime.tv_sec) * 1000000L + r.ru_utime.tv_usec + r.ru_stime.tv_usec;
-}
-
-template <typename Call>
-Clock::duration Timed(Call call) {
-  const auto start = Clock::now();
-  call();
-  return Clock::now() - start;
-}
 
 // A flood that also stops by itself after a while, so a read that waits for its end fails the
 // test instead of hanging it.
@@ -95,7 +82,7 @@ TEST_F(RS232FaultTest, EndlessLineBoundsEveryReadAndItsMemory) {
   // Discarding the stream before the command never ends by itself; it is part of the wait. (On a
   // loaded machine the flood may pause long enough for the command to get through: what must
   // hold either way is the bound.)
-  Clock::duration took = Timed([&] {
+  test::Clock::duration took = Timed([&] {
     const std::string raised = Raised([&] { rs232.PortValue(0); });
     EXPECT_TRUE(raised == kTimedOut || raised == "none") << raised;
   });

@@ -1,13 +1,14 @@
 #include "devices/rs232/rs232.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <chrono>
 #include <thread>
 
 #include "serial_sim.h"
+#include "support/counting_target.h"
 #include "support/raised.h"
+#include "support/timing.h"
 #include "vmio/events.h"
 
 namespace vmio {
@@ -15,7 +16,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace std::string_literals;
-using Clock = std::chrono::steady_clock;
+using test::Clock;
 using test::Raised;
 
 std::string Text(const Variant& v) { return v.AsString(); }
@@ -146,30 +147,19 @@ TEST_F(RS232Test, CommandModeSendsTheCommandAndReturnsTheReplyLine) {
 }
 
 TEST_F(RS232Test, WaitsForAReplyThatComesSlowlyAndLetsEventsRun) {
-  struct Tick : Callbackable {
-    int calls = 0;
-    void Callback() override { ++calls; }
-  };
-  auto tick = std::make_shared<Tick>();
+  auto tick = std::make_shared<test::CountingTarget>();
   const int32_t timer = StartCallbackTimer(tick, 20);
   instrument.SetReply("T?", {.text = "21.4\r\n", .delay_ms = 150, .piece_size = 2, .piece_gap_ms = 50});
   rs232.AddCommand("T?\r");
   rs232.Connect(instrument.Path());
 
-  rusage before{};
-  getrusage(RUSAGE_THREAD, &before);
-  const auto start = Clock::now();
-  EXPECT_EQ(Text(rs232.PortValue(0)), "21.4");
-  const auto elapsed = Clock::now() - start;
-  rusage after{};
-  getrusage(RUSAGE_THREAD, &after);
+  const long cpu_before = test::CpuMicroseconds();
+  const auto elapsed = test::Timed([&] { EXPECT_EQ(Text(rs232.PortValue(0)), "21.4"); });
+  const long cpu_us = test::CpuMicroseconds() - cpu_before;
   StopCallbackTimer(timer);
 
   EXPECT_GE(elapsed, 240ms) << "three pieces: 150 + 50 + 50 ms";
   EXPECT_GE(tick->calls, 8) << "the timer ran inside the wait";
-  const auto cpu_us =
-      (after.ru_utime.tv_sec - before.ru_utime.tv_sec + after.ru_stime.tv_sec - before.ru_stime.tv_sec) * 1000000L +
-      (after.ru_utime.tv_usec - before.ru_utime.tv_usec) + (after.ru_stime.tv_usec - before.ru_stime.tv_usec);
   EXPECT_LT(cpu_us, std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count() / 3)
       << "the wait sleeps rather than spins";
 }

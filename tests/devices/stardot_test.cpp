@@ -56,15 +56,11 @@ class ScriptedCamera {
 
 TEST(StarDot, InfoGivesAnOptionalRelayAndInputsAllNamedInput) {
   StarDot s;
-  EXPECT_EQ(Raised([&] { s.PortName(0); }), "9 Subscript out of range");
-
   StarDotSim relay(Layout(true, 2));
   relay.Start();
   s.Connect(relay.DeviceString());
   EXPECT_EQ(relay.Server().RequestLog(), Log{"/info.cgi"});
   EXPECT_EQ(Names(s), (std::vector<std::string>{"Relay/3", "Input/1", "Input/1"}));
-  EXPECT_EQ(s.PortType(2), vtBool);
-  EXPECT_EQ(Raised([&] { s.PortName(3); }), "9 Subscript out of range");
 
   StarDotSim none(Layout(false, 3));
   none.Start();
@@ -105,7 +101,6 @@ TEST(StarDot, OneIoRequestServesEveryPortButOnlyOneInputIsEverRead) {
   std::this_thread::sleep_for(600ms);
   EXPECT_FALSE(Read(s, 1));
   EXPECT_EQ(device.Server().RequestCount("/io.cgi"), 2);
-  EXPECT_EQ(Raised([&] { s.PortValue(3); }), "9 Subscript out of range");
 
   // Without a relay the "io" row goes to the third input, and nowhere when there is none.
   StarDotSim three(Layout(false, 3));
@@ -143,13 +138,9 @@ TEST(StarDot, SwitchingTheRelaySendsItsStateUnnumbered) {
   s.PortValue(0, Variant(false));
   EXPECT_FALSE(device.Points().Output(1));
   EXPECT_EQ(device.Server().RequestLog(), (Log{"/io.cgi?relay=1", "/io.cgi", "/io.cgi?relay=0"}));
-
-  EXPECT_EQ(Raised([&] { s.PortValue(1, Variant(true)); }), "45004 Port 2is not an output port");
-  EXPECT_EQ(Raised([&] { s.PortValue(2, Variant(true)); }), "9 Subscript out of range");
-  EXPECT_EQ(device.Server().RequestCount(), 3);
 }
 
-TEST(StarDot, RepliesAreNeverJudgedAndTransportErrorsPassThrough) {
+TEST(StarDot, RepliesAreNeverJudged) {
   StarDotSimOptions guarded = Layout(true, 1);
   guarded.auth = {sim::AuthScheme::Basic, "admin", "admin"};
   StarDotSim device(guarded);
@@ -162,16 +153,6 @@ TEST(StarDot, RepliesAreNeverJudgedAndTransportErrorsPassThrough) {
 
   s.Connect(device.DeviceString());
   EXPECT_EQ(s.Ports(), 2);
-  EXPECT_FALSE(Read(s, 0));
-  device.Server().Stop();
-  // The relay's cached state changes although the request then fails.
-  EXPECT_EQ(Raised([&] { s.PortValue(0, Variant(true)); }), "13104 Failed to connect to the HTTP server.");
-  EXPECT_TRUE(Read(s, 0));
-  std::this_thread::sleep_for(600ms);
-  EXPECT_EQ(Raised([&] { s.PortValue(0); }), "13104 Failed to connect to the HTTP server.");
-
-  StarDot fresh;
-  EXPECT_EQ(Raised([&] { fresh.Connect(device.Server().Authority()); }), "13104 Failed to connect to the HTTP server.");
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // HTTPClient against scripted peers: the bytes it sends, and replies no decent server gives.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -10,20 +8,16 @@
 #include "http/http_client.h"
 #include "raw_peer.h"
 #include "support/raised.h"
+#include "support/text.h"
 
 namespace vmio {
 namespace {
 
 using test::Raised;
 using test::RawPeer;
+using test::ReadFile;
 using test::RecordingPeer;
-
-std::string Text(const std::vector<uint8_t>& bytes) { return std::string(bytes.begin(), bytes.end()); }
-
-std::string ReadFile(const std::string& name) {
-  std::ifstream in(name, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using test::Text;
 
 TEST(HttpClientWireTest, SendsTheRequestShapeOfAReloadingHttp11Client) {
   RecordingPeer rec;

@@ -62,6 +62,7 @@ struct Make {
   // What a read raises when the device holds it past the receive time-out; empty: not HTTP.
   std::string silent_read = "45005 Unable to connect to the device";
   bool directions_after_disconnect = true;  // one make checks the connection first
+  bool failed_write_is_cached = false;      // the make stores the new state before sending it
 };
 
 void PrintTo(const Make& make, std::ostream* os) { *os << make.name; }
@@ -85,11 +86,11 @@ std::vector<Make> Makes() {
                    "root.Input.NbrOfInputs=-5\n"});
   makes.push_back({"Vivotek", [] { return StartHttp<sim::VivotekSim, sim::VivotekSimOptions>("VMIO.Vivotek"); },
                    kUnableToConnect, "capability_ndi='-5'\r\n"});
-  makes.push_back(
-      {"ACTi", [] { return StartHttp<sim::ACTiSim, sim::ACTiSimOptions>("VMIO.ACTi"); }, kUnableToConnect, ""});
+  makes.push_back({"ACTi", [] { return StartHttp<sim::ACTiSim, sim::ACTiSimOptions>("VMIO.ACTi"); }, kUnableToConnect,
+                   "", "45005 Unable to connect to the device", true, true});
   makes.push_back({"StarDot", [] { return StartHttp<sim::StarDotSim, sim::StarDotSimOptions>("VMIO.StarDot"); },
                    "13104 Failed to connect to the HTTP server.", "external_inputs=-5\n",
-                   "13104 Failed to connect to the HTTP server."});
+                   "13104 Failed to connect to the HTTP server.", true, true});
   makes.push_back(
       {"Genie", [] { return StartHttp<sim::GenieSim, sim::GenieSimOptions>("VMIO.Genie"); }, kUnableToConnect, ""});
   makes.push_back({"AviosysPDU",
@@ -242,6 +243,20 @@ TEST_P(SharedRules, ASilentDeviceFailsTheReadAfterTheReceiveTimeOut) {
   const int requests = rig.requests();
   EXPECT_TRUE(d.PortValue(0).IsBool());
   EXPECT_GT(rig.requests(), requests);
+}
+
+TEST_P(SharedRules, AWriteTheDeviceNeverGetsRaisesAndTheCacheKeepsWhatTheMakeStored) {
+  if (GetParam().silent_read.empty()) GTEST_SKIP() << "not an HTTP device";
+  const Rig rig = GetParam().start();
+  IODevice& d = *rig.driver;
+  d.Connect(rig.device);
+  int32_t output = 0;
+  while (d.PortDirection(output) != IOBidirectional) ++output;
+  const bool before = d.PortValue(output).AsBool();  // the cache is fresh from here on
+
+  rig.server->Stop();
+  EXPECT_EQ(Raised([&] { d.PortValue(output, Variant(!before)); }), GetParam().silent_read);
+  EXPECT_EQ(d.PortValue(output).AsBool(), GetParam().failed_write_is_cached ? !before : before);
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryMake, SharedRules, testing::ValuesIn(Makes()),

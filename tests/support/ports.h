@@ -24,6 +24,13 @@ inline std::vector<bool> States(IODevice& device) {
   return states;
 }
 
+// The direction of every port, in table order.
+inline std::vector<int32_t> Directions(IODevice& device) {
+  std::vector<int32_t> directions;
+  for (int32_t i = 0; i < device.Ports(); ++i) directions.push_back(device.PortDirection(i));
+  return directions;
+}
+
 // "NAME/DIRECTION" of every port, in table order.
 inline std::vector<std::string> Names(IODevice& device) {
   std::vector<std::string> names;

@@ -12,24 +12,12 @@
 
 #include "axis_sim.h"
 #include "credentials.h"
+#include "run_vmio.h"
 #include "vmio/objects.h"
 #include "vmio/version.h"
 
 namespace vmio::cli {
 namespace {
-
-struct Result {
-  int code;
-  std::string out;
-  std::string err;
-};
-
-Result Vmio(std::vector<std::string> args, const std::string& input = "") {
-  std::istringstream in(input);
-  std::ostringstream out, err;
-  const int code = RunCommand(args, in, out, err);
-  return {code, out.str(), err.str()};
-}
 
 TEST(Credentials, PasswordsAreMaskedAndNothingElse) {
   EXPECT_EQ(MaskCredentials("root:secret@10.0.0.5:8080"), "root:***@10.0.0.5:8080");

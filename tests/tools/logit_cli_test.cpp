@@ -1,28 +1,14 @@
 // A simulated logger through the command line: found by `vmio scan`, driven by `vmio shell`.
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 
-#include "commands.h"
 #include "logit_sim.h"
+#include "run_vmio.h"
 #include "support/sysfs_root.h"
 
 namespace vmio::cli {
 namespace {
-
-struct Result {
-  int code;
-  std::string out;
-  std::string err;
-};
-
-Result Vmio(std::vector<std::string> args, const std::string& input = "") {
-  std::istringstream in(input);
-  std::ostringstream out, err;
-  const int code = RunCommand(args, in, out, err);
-  return {code, out.str(), err.str()};
-}
 
 TEST(LogITOnTheCommandLine, ScanListsLoggersByIdAndName) {
   sim::LogITSimOptions options;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/counting_target.h"
 #include "vmio/events.h"
 
 namespace vmio::cli {
@@ -138,13 +139,8 @@ TEST(Shell, WritesOneFlushedLinePerCommandAndNothingForBlankOrCommentLines) {
   EXPECT_EQ(buffer.flushes, 4);
 }
 
-struct CountingTarget : Callbackable {
-  int calls = 0;
-  void Callback() override { ++calls; }
-};
-
 TEST(Shell, SleepWaitsAndLetsTimersRun) {
-  const auto target = std::make_shared<CountingTarget>();
+  const auto target = std::make_shared<test::CountingTarget>();
   const int32_t id = StartCallbackTimer(target, 20);
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(RunScript("sleep 200\nsleep 0\n"), (std::vector<std::string>{"ok", "ok"}));
