@@ -61,6 +61,7 @@ struct SerialSim::State {
   int listen_interval_ms = 0;
   Clock::time_point listen_due{};
   bool silent = false;
+  std::atomic<bool> flood{false};
   std::string received;
   std::string command;  // the line being received
   std::multimap<Clock::time_point, std::string> outgoing;
@@ -139,8 +140,10 @@ struct SerialSim::State {
       std::string due;
       const int wait = TakeDue(due);
       if (!due.empty()) Write(due);
-      pollfd pfd{master, POLLIN, 0};
-      if (poll(&pfd, 1, wait) <= 0 || !(pfd.revents & POLLIN)) continue;
+      pollfd pfd{master, static_cast<short>(POLLIN | (flood ? POLLOUT : 0)), 0};
+      if (poll(&pfd, 1, wait) <= 0) continue;
+      if (pfd.revents & POLLOUT) Write(std::string(512, 'x'));
+      if (!(pfd.revents & POLLIN)) continue;
       char buf[512];
       const ssize_t n = read(master, buf, sizeof buf);
       if (n <= 0) continue;
@@ -183,7 +186,7 @@ SerialSim::SerialSim(LineStart start) : state_(std::make_unique<State>()) {
 
 SerialSim::~SerialSim() {
   state_->stop = true;
-  state_->thread.join();
+  if (state_->thread.joinable()) state_->thread.join();
 }
 
 const std::string& SerialSim::Path() const { return state_->path; }
@@ -203,6 +206,18 @@ void SerialSim::SetListenLine(std::string text, int interval_ms) {
 void SerialSim::SetSilent(bool silent) {
   std::lock_guard lock(state_->mu);
   state_->silent = silent;
+}
+
+void SerialSim::SetFlood(bool flood) { state_->flood = flood; }
+
+void SerialSim::HangUp() {
+  State& s = *state_;
+  s.stop = true;
+  if (s.thread.joinable()) s.thread.join();
+  for (int* fd : {&s.slave, &s.master}) {
+    close(*fd);
+    *fd = -1;
+  }
 }
 
 void SerialSim::Send(std::string_view bytes) {

@@ -64,6 +64,10 @@ class SerialSim {
   void SetListenLine(std::string text, int interval_ms);
   // While silent, commands are received and logged but not answered.
   void SetSilent(bool silent);
+  // While flooding, sends bytes without a line end as fast as the client takes them.
+  void SetFlood(bool flood);
+  // Closes the line for good, as an unplugged device does: the client's terminal hangs up.
+  void HangUp();
   // Sends bytes now; returns once the client can read them (or after a second at most).
   void Send(std::string_view bytes);
 

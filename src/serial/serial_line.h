@@ -10,6 +10,8 @@
 #include <span>
 #include <string>
 
+#include "core/pumping_wait.h"
+
 namespace vmio {
 
 // Raised by Input on a line that is not open (the comm control's own error).
@@ -35,8 +37,9 @@ class SerialLine {
   // The bytes that have arrived, up to InputLen; empty when none. Raises kSerialPortNotOpen
   // when the line is not open.
   virtual std::string Input() = 0;
-  // Blocks until input arrives or the milliseconds pass (an idle wait, not a busy one).
-  virtual void WaitForInput(int32_t milliseconds) = 0;
+  // What a wait for input waits on; kNoWaitHandle when the line is closed or has hung up
+  // (then nothing will arrive, and a wait only sleeps out its time).
+  virtual WaitHandle ReadyHandle() const = 0;
 };
 
 std::unique_ptr<SerialLine> CreateSerialLine();

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <csignal>
 #include <istream>
 #include <map>
 #include <ostream>
@@ -12,6 +10,7 @@
 #include "credentials.h"
 #include "demo.h"
 #include "device_commands.h"
+#include "interrupt.h"
 #include "shell.h"
 #include "value_text.h"
 #include "vmio/error.h"
@@ -75,21 +74,15 @@ int Set(const Invocation& inv) {
   return SetPort(cls, inv.positional[1], index, state->AsBool());
 }
 
-std::atomic<bool> g_interrupted{false};
-extern "C" void OnInterrupt(int) { g_interrupted = true; }
-
 int Watch(const Invocation& inv) {
   const ClassInfo& cls = FindClass(inv.positional[0]);
   WatchOptions options;
   options.interval_ms = PositiveOption(inv, "--interval", options.interval_ms);
   if (inv.options.contains("--count")) options.count = PositiveOption(inv, "--count", 1);
-  options.stop = &g_interrupted;
-  // Ctrl-C ends the watch between polls, so the device is still disconnected properly.
-  g_interrupted = false;
-  struct Handler {
-    decltype(SIG_DFL) previous = std::signal(SIGINT, OnInterrupt);
-    ~Handler() { std::signal(SIGINT, previous); }
-  } handler;
+  // Ctrl-C ends the watch at once (or after the read under way), and the device is still
+  // disconnected properly.
+  const InterruptWatch interrupt;
+  options.stop = interrupt.Handle();
   return WatchPorts(cls, inv.positional[1], options, inv.out);
 }
 

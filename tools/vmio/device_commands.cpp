@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "credentials.h"
-#include "event_wait.h"
 #include "value_text.h"
 #include "vmio/error.h"
 
@@ -117,7 +116,7 @@ int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptio
   std::vector<std::string> last(names.size());
   bool failed = false;  // a failed read is shown like a value, and watching goes on
   for (int32_t poll = 0; !options.count || poll < *options.count; ++poll) {
-    if (poll > 0 && !WaitRunningEvents(options.interval_ms, options.stop)) break;
+    if (poll > 0 && PumpingWait(options.stop, WaitClock::now() + std::chrono::milliseconds(options.interval_ms))) break;
     for (int32_t i = 0; i < count; ++i) {
       std::string value = ReadCell(io, i, device, failed);
       if (poll > 0 && value == last[i]) continue;

@@ -1,12 +1,12 @@
 #pragma once
 // The one-shot commands that open one device: ports, get, set, watch.
-#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 
+#include "core/pumping_wait.h"
 #include "vmio/objects.h"
 
 namespace vmio::cli {
@@ -28,8 +28,8 @@ int SetPort(const ClassInfo& cls, const std::string& device, int32_t index, bool
 
 struct WatchOptions {
   int32_t interval_ms = 500;
-  std::optional<int32_t> count;             // polls; until stop when absent
-  const std::atomic<bool>* stop = nullptr;  // set (from a signal handler) to end the watch
+  std::optional<int32_t> count;     // polls; until stop when absent
+  WaitHandle stop = kNoWaitHandle;  // ends the watch once ready to read (a Ctrl-C pipe)
 };
 int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptions& options, std::ostream& out);
 

@@ -16,6 +16,7 @@
 // - A carriage return ending a line is dropped, so scripts written with CR LF work.
 #include "shell.h"
 
+#include <chrono>
 #include <istream>
 #include <memory>
 #include <ostream>
@@ -24,7 +25,7 @@
 #include <utility>
 #include <vector>
 
-#include "event_wait.h"
+#include "core/pumping_wait.h"
 #include "value_text.h"
 #include "vmio/error.h"
 #include "vmio/objects.h"
@@ -159,7 +160,7 @@ class Shell {
       const int32_t ms = args.Int32();
       args.End();
       if (ms < 0) InvalidArgument();
-      WaitRunningEvents(ms);
+      PumpingWait(kNoWaitHandle, WaitClock::now() + std::chrono::milliseconds(ms));
       return "ok";
     }
     InvalidArgument();

@@ -1,19 +1,21 @@
 #include "devices/rs232/rs232.h"
 
 #include <algorithm>
+#include <chrono>
 
-#include "core/common.h"
 #include "core/errors.h"
 #include "core/numeric.h"
+#include "core/pumping_wait.h"
 #include "core/string_encoding.h"
 #include "vmio/events.h"
 
 namespace vmio {
 namespace {
 
-constexpr int32_t kReplyTimeout = 5001;  // ms
-// The longest idle wait between reads of a reply, so timers still run close to their beat.
-constexpr int32_t kWaitSlice = 10;  // ms
+constexpr auto kReplyTimeout = std::chrono::milliseconds(5001);
+// The most of one line kept, the newest bytes: an instrument's line is a few dozen
+// characters, and a device that never ends its line must not fill memory.
+constexpr size_t kMaxLineBytes = 64 * 1024;
 
 std::string_view TerminatorOf(std::string_view command) {
   if (command.ends_with("\r\n")) return "\r\n";
@@ -30,6 +32,14 @@ size_t CharactersToBytes(std::string_view text, size_t count) {
     while (pos < text.size() && (static_cast<uint8_t>(text[pos]) & 0xC0) == 0x80) ++pos;
   }
   return pos;
+}
+
+// Cuts text to its newest kMaxLineBytes, at a character boundary of the UTF-8 text.
+void KeepNewest(std::string& text) {
+  if (text.size() <= kMaxLineBytes) return;
+  size_t cut = text.size() - kMaxLineBytes;
+  while (cut < text.size() && (static_cast<uint8_t>(text[cut]) & 0xC0) == 0x80) ++cut;
+  text.erase(0, cut);
 }
 
 constexpr Member kRS232Members[] = {
@@ -119,13 +129,18 @@ std::string RS232::ReadText() {
   return BytesToString({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()}, kCodePage1252);
 }
 
-void RS232::ClearInput() {
-  while (!Line().Input().empty()) {
+void RS232::ClearInput(WaitClock::time_point deadline) {
+  while (WaitClock::now() < deadline && !Line().Input().empty()) {
   }
 }
 
 std::string RS232::Listen(std::string_view terminator) {
-  for (std::string got; !(got = ReadText()).empty();) listen_buffer_ += got;
+  // Reads what has arrived; a device that never stops sending is read for the reply time-out.
+  const auto deadline = WaitClock::now() + kReplyTimeout;
+  for (std::string got; WaitClock::now() < deadline && !(got = ReadText()).empty();) {
+    listen_buffer_ += got;
+    KeepNewest(listen_buffer_);
+  }
   if (terminator.empty()) {
     last_line_ = std::move(listen_buffer_);
     listen_buffer_.clear();
@@ -149,36 +164,31 @@ std::string RS232::Listen(std::string_view terminator) {
 }
 
 std::string RS232::Ask(const std::string& command) {
+  // Draining what a device keeps sending counts against the reply time-out too.
+  const auto deadline = WaitClock::now() + kReplyTimeout;
   try {
-    ClearInput();
+    ClearInput(deadline);
     Line().Output(StringToBytes(command, kCodePage1252));
   } catch (const AutomationError&) {
     // Not reported: a missing or closed line fails in the wait below, a dead one times out.
   }
-  const int32_t start = TickCount();
   std::string reply;
   for (bool ended = false; !ended;) {
     const std::string got = ReadText();
     if (got.empty()) {
-      WaitForReply(start);
+      PumpingWait(Line().ReadyHandle(), deadline);
     } else {
       ended = got.find_first_of("\r\n") != std::string::npos;
       reply += got;
+      KeepNewest(reply);
+      RunPendingEvents();
     }
-    RunPendingEvents();
-    if (TickDiff(start) >= kReplyTimeout) Raise(IOErrorGettingValue, "Timed out receiving data");
+    if (WaitClock::now() >= deadline) Raise(IOErrorGettingValue, "Timed out receiving data");
   }
   // Reads are one character each, so the reply ends at its first CR or LF: drop that.
   reply.pop_back();
   std::erase(reply, '\0');
   return reply;
-}
-
-void RS232::WaitForReply(int32_t start) {
-  int32_t slice = std::min(kWaitSlice, kReplyTimeout - TickDiff(start));
-  const int32_t next_event = MillisecondsUntilNextEvent();
-  if (next_event >= 0) slice = std::min(slice, next_event);
-  Line().WaitForInput(slice);
 }
 
 }  // namespace vmio

@@ -15,8 +15,13 @@
 //   nothing new returns the line another listening port took. A last line beginning "*B"
 //   loses its first 5 characters, and the shortened line is what is kept.
 // - Before each command, pending input is discarded (the LF after a CR-ended reply, say).
-// - A failed write is not reported: a dead line shows as 45005 after 5001 ms. The wait lets
-//   the thread's pending events (timers) run; nothing guards against re-entry from them.
+// - A failed write is not reported: a dead or hung-up line shows as 45005 after 5001 ms. The
+//   wait lets the thread's pending events (timers) run; nothing guards against re-entry from
+//   them.
+// - Bounded where the original was not: discarding input before a command counts against the
+//   5001 ms, so a device that never stops sending makes the command fail with 45005 at that
+//   time; a listening read takes what arrives for at most 5001 ms and answers from it. A
+//   line is kept to its newest 64 KiB.
 // - Connect's device is the COM port number with the run-time's leading-number rule ("3" and
 //   "3abc" give 3, "COM3" gives 0 and fails); port N is the system's N-th serial port. A
 //   device beginning with "/" is opened as that terminal's path, and a failure names the
@@ -58,10 +63,9 @@ class RS232 final : public IODevice {
   void CheckIndex(int32_t Index) const;
   SerialLine& Line();
   std::string ReadText();
-  void ClearInput();
+  void ClearInput(WaitClock::time_point deadline);
   std::string Listen(std::string_view terminator);
   std::string Ask(const std::string& command);
-  void WaitForReply(int32_t start);
 
   std::unique_ptr<SerialLine> line_;
   std::vector<std::string> commands_;

@@ -1,6 +1,6 @@
 // The serial line on a POSIX terminal device: port N is /dev/ttyS(N-1); a path opens any
 // terminal (/dev/ttyUSB0, a pseudo-terminal). Reads never block (VMIN = VTIME = 0); waiting
-// is poll's job, so the reply wait sleeps instead of spinning.
+// is the pumping wait's job, on the terminal's descriptor.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -9,10 +9,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <limits>
 #include <string>
-#include <thread>
 
 #include "core/errors.h"
 #include "serial/serial_line.h"
@@ -92,12 +90,13 @@ class TermiosSerialLine final : public SerialLine {
     return got;
   }
 
-  void WaitForInput(int32_t milliseconds) override {
-    if (!PortOpen() || milliseconds <= 0) return;
+  WaitHandle ReadyHandle() const override {
+    if (!PortOpen()) return kNoWaitHandle;
+    // A hung-up terminal polls ready for ever while reads return nothing, as an empty one
+    // does: waiting on it would spin.
     pollfd pfd{fd_, POLLIN, 0};
-    const int ready = ::poll(&pfd, 1, milliseconds);
-    // A hung-up line polls ready at once with nothing to read: sleep the slice instead.
-    if (ready > 0 && !(pfd.revents & POLLIN)) std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    if (::poll(&pfd, 1, 0) > 0 && (pfd.revents & (POLLHUP | POLLERR | POLLNVAL))) return kNoWaitHandle;
+    return fd_;
   }
 
  private:

@@ -1,0 +1,26 @@
+#pragma once
+// The one wait of the library that lets events run: until a deadline, or until what it waits
+// for is ready to read, the thread's due timers run meanwhile and the thread otherwise sleeps.
+// The serial reply wait, the command line's sleep and watch use it; a caller that waits for
+// something in steps (read a line, check it, wait again) calls it again with the same deadline.
+#include <chrono>
+#include <cstdint>
+
+namespace vmio {
+
+// What a wait can wait for: a file descriptor on POSIX, a HANDLE on Windows.
+using WaitHandle = std::intptr_t;
+inline constexpr WaitHandle kNoWaitHandle = -1;  // wait for the deadline only
+
+using WaitClock = std::chrono::steady_clock;
+
+// True as soon as handle is ready to read (data, end of stream or an error a read reports),
+// false once the deadline has passed. Due timers run at least once, even when the deadline
+// has already passed.
+bool PumpingWait(WaitHandle handle, WaitClock::time_point deadline);
+
+// The platform's idle wait: until handle is ready or milliseconds pass, or (where the system
+// delivers events by itself) an event arrives. True when handle is ready.
+bool WaitForHandle(WaitHandle handle, int32_t milliseconds);
+
+}  // namespace vmio
