@@ -1,7 +1,9 @@
 #pragma once
 // Values across the automation boundary: BSTR (UTF-16) and UTF-8 text, VARIANT and Variant.
-#include <oleauto.h>
 #include <windows.h>
+
+// After windows.h, which they need.
+#include <oleauto.h>
 
 #include <string>
 

@@ -1,8 +1,10 @@
 #pragma once
 // One library object as a host sees it: IDispatch and the dual interfaces its class has, all
 // going through the object's member table, so no behaviour is written twice.
-#include <oaidl.h>
 #include <windows.h>
+
+// After windows.h, which they need.
+#include <oaidl.h>
 
 #include <memory>
 

@@ -1,8 +1,10 @@
 #pragma once
 // Errors as hosts receive them: the thread's error info (source "VMIO", the description) and
 // the HRESULT 0x800A0000 | number, so a script's Err.Number is the library's number.
-#include <oaidl.h>
 #include <windows.h>
+
+// After windows.h, which they need.
+#include <oaidl.h>
 
 #include <cstdint>
 #include <string>

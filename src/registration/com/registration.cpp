@@ -2,9 +2,11 @@
 // InprocServer32, apartment-threaded; ProgID, version-independent ProgID, type library) and
 // the ProgIDs VMIO.<Class> and VMIO.<Class>.1; then the type library itself. Unregistering
 // removes exactly these keys and the type library's own registration.
+#include <windows.h>
+
+// After windows.h, which they need.
 #include <oleauto.h>
 #include <olectl.h>
-#include <windows.h>
 
 #include <string>
 

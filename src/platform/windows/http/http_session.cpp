@@ -3,6 +3,8 @@
 // and opens a new one by itself when the device has closed it. WinInet does all the waiting:
 // 10000 ms to connect, the receive time-out (5000 ms unless set) between arriving bytes.
 #include <windows.h>
+
+// After windows.h, which they need.
 #include <wininet.h>
 
 #include <algorithm>

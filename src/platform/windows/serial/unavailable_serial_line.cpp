@@ -16,7 +16,7 @@ class UnavailableSerialLine final : public SerialLine {
   bool PortOpen() const override { return false; }
   void Output(std::span<const uint8_t>) override {}
   std::string Input() override { Raise(kSerialPortNotOpen, kSerialPortNotOpenText); }
-  void WaitForInput(int32_t) override {}
+  WaitHandle ReadyHandle() const override { return kNoWaitHandle; }
 };
 
 }  // namespace
