@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything and runs the whole suite twice: a normal build, then under ASan+UBSan.
+# Builds everything and runs the whole suite twice: a normal build, then under ASan+UBSan; in
+# between, the Windows component under Wine (scripts/test-windows.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -11,6 +12,9 @@ clang-format --dry-run -Werror $(git ls-files '*.cpp' '*.h')
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build/release -j "$jobs"
 ctest --test-dir build/release --output-on-failure -j "$jobs"
+
+# The Windows component, cross-built and run under Wine against the simulators just built.
+VMIO_NATIVE_BUILD=build/release scripts/test-windows.sh
 
 cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVMIO_SANITIZE=ON >/dev/null
 cmake --build build/asan -j "$jobs"

@@ -60,10 +60,10 @@ bool RegisterClass(const ComClass& c, const std::wstring& path, const std::wstri
          SetValue(k.progid_1 + L"\\CLSID", nullptr, k.clsid_text);
 }
 
+// The key with everything under it; a key that is not there is already removed.
 bool RemoveTree(const std::wstring& key) {
   const LSTATUS status = RegDeleteTreeW(HKEY_CLASSES_ROOT, key.c_str());
-  if (status == ERROR_FILE_NOT_FOUND) return true;
-  return status == ERROR_SUCCESS && RegDeleteKeyW(HKEY_CLASSES_ROOT, key.c_str()) == ERROR_SUCCESS;
+  return status == ERROR_SUCCESS || status == ERROR_FILE_NOT_FOUND;
 }
 
 HRESULT Unregister() {

@@ -91,9 +91,9 @@ std::optional<UrlParts> Crack(const std::string& url) {
   password.resize(c.dwPasswordLength);
   path.resize(c.dwUrlPathLength);
   extra.resize(c.dwExtraInfoLength);
-  UrlParts parts{c.nScheme, host, c.nPort, PercentDecoded(user), PercentDecoded(password), path + extra};
-  if (parts.path.empty()) parts.path = "/";
-  return parts;
+  if (path.empty()) path.push_back('/');
+  path += extra;
+  return UrlParts{c.nScheme, host, c.nPort, PercentDecoded(user), PercentDecoded(password), path};
 }
 
 // The text WinInet has for an error code, for LastResponse.
