@@ -14,7 +14,7 @@ vmio::sim::AdamSim& Module() {
   static const std::unique_ptr<vmio::sim::AdamSim> module = [] {
     auto m = std::make_unique<vmio::sim::AdamSim>(vmio::sim::AdamSimOptions{.model = "6050"});
     m->Start();
-    m->SetInput(3, true);
+    m->Points().SetInput(4, true);
     return m;
   }();
   return *module;

@@ -2,30 +2,29 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "adam_sim.h"
+#include "control_lines.h"
 #include "serve.h"
+#include "sim_makes.h"
 
 namespace vmio::sim::cli {
 namespace {
 
 constexpr char kUsage[] =
     "usage: vmio-sim adam [options]\n"
-    "  --listen HOST:PORT        Modbus/TCP address (default 127.0.0.1:0, an ephemeral port)\n"
-    "  --model MODEL             model number the module reports (default 6050); 6015 6017 6018\n"
+    "  --listen HOST:PORT        Modbus/TCP address (default: the first of 127.0.0.1, 127.0.0.2, ...\n"
+    "                            where it and the model query's port are free; an ephemeral port)\n"
+    "  --model MODEL             model number the module reports (default 6060); 6015 6017 6018\n"
     "                            6024 6050 6051 6052 6060 6066 have points, others none\n"
     "  --udp-port N              port of the model query on HOST (default 1025, where the driver\n"
-    "                            asks; an ephemeral port when 1025 is taken)\n"
+    "                            asks; with --listen, an ephemeral port when 1025 is taken)\n"
     "  --udp answer|silent|no-cr how the model query is answered (default answer)\n"
-    "  --exception F=CODE        answer Modbus function F with exception CODE; repeatable\n"
-    "\n"
-    "Prints \"device: DEVICE\" and serves until interrupted. Lines on standard input:\n"
-    "  input N on|off            change digital input N (from 0)\n"
-    "  inputs | relays           show the states\n"
+    "  --exception F=CODE        answer Modbus function F with exception CODE; repeatable\n";
+
+constexpr char kControlHelp[] =
     "  udp answer|silent|no-cr   change how the model query is answered\n"
     "  exception F CODE          answer function F with exception CODE (0: normally)\n";
 
@@ -36,46 +35,30 @@ AdamUdpMode UdpMode(const std::string& word) {
   throw BadArgument(word);
 }
 
-std::string States(const AdamSim& sim, bool relays) {
-  std::string line = relays ? "relays:" : "inputs:";
-  const int count = relays ? sim.DigitalOutputs() : sim.DigitalInputs();
-  for (int n = 0; n < count; ++n) {
-    line += " " + std::to_string(n) + "=" + ((relays ? sim.Relay(n) : sim.Input(n)) ? "on" : "off");
+std::optional<std::string> Control(AdamSim& sim, const std::string& word, const std::string& rest) {
+  if (word == "udp") {
+    sim.SetUdpMode(UdpMode(rest));
+    return "ok";
   }
-  return line;
+  if (word != "exception") return std::nullopt;
+  const size_t blank = rest.find(' ');
+  if (blank == std::string::npos) throw BadArgument(rest);
+  sim.SetException(ParseCount(rest.substr(0, blank)), ParseCount(rest.substr(blank + 1)));
+  return "ok";
 }
 
-std::string Control(AdamSim& sim, const std::string& line) {
-  std::istringstream in(line);
-  std::string command, first, second;
-  in >> command >> first >> second;
-  try {
-    if (command == "inputs" || command == "relays") return States(sim, command == "relays");
-    if (command == "input") {
-      const std::optional<bool> on = ParseOnOff(second);
-      if (!on) throw BadArgument(second);
-      sim.SetInput(ParseCount(first), *on);
-      return States(sim, false);
-    }
-    if (command == "udp") {
-      sim.SetUdpMode(UdpMode(first));
-      return "ok";
-    }
-    if (command == "exception") {
-      sim.SetException(ParseCount(first), ParseCount(second));
-      return "ok";
-    }
-  } catch (const std::exception& e) {
-    return "error: " + std::string(e.what());
-  }
-  return "error: unknown command '" + line + "' (input N on|off, inputs, relays, udp MODE, exception F CODE)";
+AdamSimOptions Fixture() { return {.model = "6060", .udp_port = kModelQueryPort}; }
+
+// The fixture starts with input 1 on.
+std::shared_ptr<AdamSim> Start(const AdamSimOptions& options) {
+  auto sim = std::make_shared<AdamSim>(options);
+  sim->Start();
+  sim->Points().SetInput(1, 1);
+  return sim;
 }
 
-}  // namespace
-
-int RunAdam(const std::vector<std::string>& args) {
-  AdamSimOptions options;
-  options.udp_port = 1025;
+int Run(const std::vector<std::string>& args) {
+  AdamSimOptions options = Fixture();
   bool udp_port_given = false;
   std::vector<std::pair<int, int>> exceptions;
   const auto read_option = [&](const std::vector<std::string>& a, size_t& i) {
@@ -99,25 +82,44 @@ int RunAdam(const std::vector<std::string>& args) {
     }
     return true;
   };
-  if (const std::optional<int> exit_code = ReadOptions("adam", kUsage, kUsage, args, read_option)) return *exit_code;
-  std::unique_ptr<AdamSim> sim;
+  const std::string help = std::string(kUsage) +
+                           "\nWith no options it is the module `vmio demo` runs against.\n"
+                           "Prints \"device: DEVICE\" and serves until interrupted. Lines on standard input:\n" +
+                           std::string(kPointControlHelp) + kControlHelp;
+  if (const std::optional<int> exit_code = ReadOptions("adam", help, kUsage, args, read_option)) return *exit_code;
+  std::shared_ptr<AdamSim> sim;
   const auto start = [&] {
     try {
-      sim = std::make_unique<AdamSim>(options);
-      sim->Start();
+      sim = Start(options);
     } catch (const std::exception& e) {
-      if (udp_port_given) throw;
+      if (udp_port_given || options.host.empty()) throw;
       std::cerr << "vmio-sim adam: " << e.what() << "; the model query takes an ephemeral port instead\n";
       options.udp_port = 0;
-      sim = std::make_unique<AdamSim>(options);
-      sim->Start();
+      sim = Start(options);
     }
     for (const auto& [function, code] : exceptions) sim->SetException(function, code);
-    std::cerr << "vmio-sim adam: model " << options.model << ", model query on UDP " << options.host << ":"
+    std::cerr << "vmio-sim adam: model " << options.model << ", model query on UDP " << sim->Host() << ":"
               << sim->UdpPort() << "\n";
     return sim->DeviceString();
   };
-  return StartAndServe("adam", start, [&sim](const std::string& line) { return Control(*sim, line); });
+  const OwnControl control = [&sim](const std::string& word, const std::string& rest) {
+    return Control(*sim, word, rest);
+  };
+  return StartAndServe("adam", start,
+                       [&](const std::string& line) { return AnswerControlLine(&sim->Points(), control, line); });
 }
 
+const bool kRegistered = RegisterMake({
+    .progid = "VMIO.ADAM",
+    .start =
+        [] {
+          const auto sim = Start(Fixture());
+          return RunningDevice{sim, sim->DeviceString()};
+        },
+    .name = "adam",
+    .help = "an ADAM-6000 Ethernet I/O module: inputs and relays over Modbus/TCP, model query over UDP",
+    .run = &Run,
+});
+
+}  // namespace
 }  // namespace vmio::sim::cli

@@ -1,5 +1,4 @@
 // vmio-sim aviosys: a simulated Aviosys IP power unit (sockets, and inputs on the fixed model).
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -8,23 +7,6 @@
 
 namespace vmio::sim::cli {
 namespace {
-
-constexpr HttpSimMake kMake{
-    .name = "aviosys",
-    .options_help =
-        "usage: vmio-sim aviosys [options]\n"
-        "  --sockets N               sockets of a unit that reports its count (default 4)\n"
-        "  --fixed-model             the model with 8 inputs (P51-P58) and 8 sockets (P61-P68)\n"
-        "  --no-html                 replies without the <html>...</html> wrapper\n"
-        "  --extra-line              a second line after every reply\n"
-        "  --power-num TEXT          answer GetPowerNum with TEXT (\"# Error\", a smaller count)\n"
-        "  --name N=NAME             name of socket N (1-based); repeatable\n"
-        "  --names-fail              GetPortName answers 404\n",
-    .control_help =
-        "  input N on|off            change input N (fixed model)\n"
-        "  socket N on|off           switch socket N at the unit\n"
-        "  show                      show every state\n",
-};
 
 bool ReadOption(AviosysSimOptions& options, const std::vector<std::string>& args, size_t& i) {
   const std::string& a = args[i];
@@ -55,39 +37,34 @@ bool ReadOption(AviosysSimOptions& options, const std::vector<std::string>& args
   return true;
 }
 
-std::string Show(const AviosysSim& sim) {
-  std::string line;
-  for (int n = 1; n <= sim.Inputs(); ++n)
-    line += "input" + std::to_string(n) + "=" + std::to_string(sim.Input(n)) + " ";
-  for (int n = 1; n <= sim.Sockets(); ++n)
-    line += "socket" + std::to_string(n) + "=" + std::to_string(sim.Socket(n)) + " ";
-  if (!line.empty()) line.pop_back();
-  return line;
+AviosysSimOptions Fixture() {
+  AviosysSimOptions o;
+  o.sockets = 4;
+  o.names = {"Camera 1", "Camera 2", "Heater", "Lights"};
+  o.auth = {AuthScheme::Basic, "admin", "12345678"};
+  return o;
 }
 
-std::string Control(AviosysSim& sim, const std::string& line) {
-  std::istringstream in(line);
-  std::string command, number, value;
-  in >> command >> number >> value;
-  if (command == "show") return Show(sim);
-  const std::optional<bool> on = ParseOnOff(value);
-  if ((command == "input" || command == "socket") && on) {
-    try {
-      if (command == "input") {
-        sim.SetInput(ParseCount(number), *on ? 1 : 0);
-      } else {
-        sim.SetSocket(ParseCount(number), *on ? 1 : 0);
-      }
-      return Show(sim);
-    } catch (const std::exception&) {
-      return "error: no " + command + " " + number;
-    }
-  }
-  return "error: unknown command '" + line + "' (input N on|off, socket N on|off, show)";
-}
+const bool kRegistered = RegisterHttpMake<AviosysSim, AviosysSimOptions>({
+    .text =
+        {
+            .name = "aviosys",
+            .progid = "VMIO.AviosysPDU",
+            .help = "an Aviosys IP power unit: switched sockets, inputs on the fixed model (Set.cmd over HTTP)",
+            .options_help =
+                "usage: vmio-sim aviosys [options]\n"
+                "  --sockets N               sockets (the outputs) of a unit that reports its count (default 4)\n"
+                "  --fixed-model             the model with 8 inputs (P51-P58) and 8 sockets (P61-P68)\n"
+                "  --no-html                 replies without the <html>...</html> wrapper\n"
+                "  --extra-line              a second line after every reply\n"
+                "  --power-num TEXT          answer GetPowerNum with TEXT (\"# Error\", a smaller count)\n"
+                "  --name N=NAME             name of socket N (1-based); repeatable\n"
+                "  --names-fail              GetPortName answers 404\n",
+        },
+    .fixture = &Fixture,
+    .on = {{PointKind::Output, 1}},
+    .read_option = &ReadOption,
+});
 
 }  // namespace
-
-int RunAviosys(const std::vector<std::string>& args) { return RunHttpSim(kMake, args, ReadOption, Control); }
-
 }  // namespace vmio::sim::cli

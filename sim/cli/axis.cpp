@@ -1,6 +1,5 @@
 // vmio-sim axis: a simulated Axis camera with digital inputs and outputs.
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -9,23 +8,6 @@
 
 namespace vmio::sim::cli {
 namespace {
-
-constexpr HttpSimMake kMake{
-    .name = "axis",
-    .options_help =
-        "usage: vmio-sim axis [options]\n"
-        "  --inputs N                digital inputs (default 4)\n"
-        "  --outputs N               digital outputs (default 2)\n"
-        "  --ioport | --no-ioport    newer firmware with the IOPort group (default) or older without\n"
-        "  --layout LETTERS          with --ioport: one 'i' or 'o' per port in order (replaces the counts)\n"
-        "  --name-input N=NAME       name of input N (1-based); repeatable\n"
-        "  --name-output N=NAME      name of output N (1-based); repeatable\n",
-    .control_help =
-        "  input N on|off            change input N\n"
-        "  inputs | outputs          show the states\n",
-    // The cameras challenge with Digest unless set otherwise.
-    .default_auth = AuthScheme::Digest,
-};
 
 void AddName(std::map<int, std::string>& names, const std::string& option) {
   const size_t eq = option.find('=');
@@ -54,34 +36,36 @@ bool ReadOption(AxisSimOptions& options, const std::vector<std::string>& args, s
   return true;
 }
 
-std::string States(const AxisSim& sim, bool outputs) {
-  std::string line = outputs ? "outputs:" : "inputs:";
-  const int count = outputs ? sim.Outputs() : sim.Inputs();
-  for (int n = 1; n <= count; ++n) {
-    line += " " + std::to_string(n) + "=" + ((outputs ? sim.Output(n) : sim.Input(n)) ? "on" : "off");
-  }
-  return line;
+AxisSimOptions Fixture() {
+  AxisSimOptions o;
+  o.inputs = 4;
+  o.outputs = 2;
+  o.input_names = {{1, "Front door"}, {2, "Window"}};
+  o.output_names = {{1, "Siren"}};
+  o.auth = {AuthScheme::Digest, "operator", "secret"};
+  return o;
 }
 
-std::string Control(AxisSim& sim, const std::string& line) {
-  std::istringstream in(line);
-  std::string command, number, state;
-  in >> command >> number >> state;
-  if (command == "inputs" || command == "outputs") return States(sim, command == "outputs");
-  const std::optional<bool> on = ParseOnOff(state);
-  if (command == "input" && on) {
-    try {
-      sim.SetInput(ParseCount(number), *on);
-      return States(sim, false);
-    } catch (const std::exception&) {
-      return "error: no input " + number;
-    }
-  }
-  return "error: unknown command '" + line + "' (input N on|off, inputs, outputs)";
-}
+const bool kRegistered = RegisterHttpMake<AxisSim, AxisSimOptions>({
+    .text =
+        {
+            .name = "axis",
+            .progid = "VMIO.Axis",
+            .help = "an Axis camera with digital inputs and outputs (CGI over HTTP)",
+            .options_help =
+                "usage: vmio-sim axis [options]\n"
+                "  --inputs N                digital inputs (default 4)\n"
+                "  --outputs N               digital outputs (default 2)\n"
+                "  --ioport | --no-ioport    newer firmware with the IOPort group (default) or older without\n"
+                "  --layout LETTERS          with --ioport: one 'i' or 'o' per port in order (replaces the counts)\n"
+                "  --name-input N=NAME       name of input N (1-based); repeatable\n"
+                "  --name-output N=NAME      name of output N (1-based); repeatable\n",
+            // The cameras challenge with Digest unless set otherwise.
+            .default_auth = AuthScheme::Digest,
+        },
+    .fixture = &Fixture,
+    .read_option = &ReadOption,
+});
 
 }  // namespace
-
-int RunAxis(const std::vector<std::string>& args) { return RunHttpSim(kMake, args, ReadOption, Control); }
-
 }  // namespace vmio::sim::cli

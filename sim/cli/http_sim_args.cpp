@@ -1,38 +1,42 @@
 #include "http_sim_args.h"
 
+#include <stdexcept>
+
 namespace vmio::sim::cli {
 
 std::string HttpSimUsage(const HttpSimMake& make) {
   return std::string(make.options_help) +
          "  --listen HOST:PORT        address to serve on (default 127.0.0.1:0, an ephemeral port)\n"
-         "  --user U --password P     require these credentials\n"
-         "  --auth basic|digest       how credentials are checked (default " +
-         (make.default_auth == AuthScheme::Digest ? "digest" : "basic") + ")\n";
+         "  --user U --password P     require these credentials (default: the demo device's)\n"
+         "  --auth basic|digest|none  how credentials are checked (default " +
+         (make.default_auth == AuthScheme::Digest ? "digest" : "basic") + "); none: not at all\n";
 }
 
 std::string HttpSimHelp(const HttpSimMake& make) {
   return HttpSimUsage(make) +
          "\n"
+         "With no options it is the device `vmio demo` runs against.\n"
          "Prints \"device: DEVICE\" and serves until interrupted. Lines on standard input:\n" +
-         std::string(make.control_help);
+         std::string(kPointControlHelp) + std::string(make.control_help);
 }
 
-std::optional<HttpSimArgs> ReadHttpSimOptions(const HttpSimMake& make, const std::vector<std::string>& args,
-                                              const OptionReader& read_option, int& exit_code) {
+std::optional<HttpSimArgs> ReadHttpSimOptions(const HttpSimMake& make, const HttpAuth& fixture_auth,
+                                              const std::vector<std::string>& args, const OptionReader& read_option,
+                                              int& exit_code) {
   HttpSimArgs out;
-  std::string auth_name;
+  std::optional<std::string> user, password, auth_name;
   const auto read_common_or_own = [&](const std::vector<std::string>& a, size_t& i) {
     const std::string& option = a[i];
     if (option == "--listen") {
       ParseListen(TakeValue(a, i), out.host, out.port);
     } else if (option == "--user") {
-      out.auth.user = TakeValue(a, i);
+      user = TakeValue(a, i);
     } else if (option == "--password") {
-      out.auth.password = TakeValue(a, i);
+      password = TakeValue(a, i);
     } else if (option == "--auth") {
       auth_name = TakeValue(a, i);
-      if (auth_name != "basic" && auth_name != "digest") {
-        throw std::invalid_argument("--auth wants basic or digest, not '" + auth_name + "'");
+      if (*auth_name != "basic" && *auth_name != "digest" && *auth_name != "none") {
+        throw std::invalid_argument("--auth wants basic, digest or none, not '" + *auth_name + "'");
       }
     } else {
       return read_option(a, i);
@@ -44,15 +48,24 @@ std::optional<HttpSimArgs> ReadHttpSimOptions(const HttpSimMake& make, const std
     exit_code = *code;
     return std::nullopt;
   }
-  if (!out.auth.user.empty() || !out.auth.password.empty()) {
-    out.auth.scheme = auth_name.empty()       ? make.default_auth
-                      : auth_name == "digest" ? AuthScheme::Digest
-                                              : AuthScheme::Basic;
-  } else if (!auth_name.empty()) {
-    exit_code = BadCommandLine(make.name, "--auth needs --user and --password", usage);
-    return std::nullopt;
+  out.auth = fixture_auth;
+  if (user || password) out.auth = {make.default_auth, user.value_or(""), password.value_or("")};
+  if (auth_name == "none") {
+    out.auth = {};
+  } else if (auth_name) {
+    if (out.auth.user.empty() && out.auth.password.empty()) {
+      exit_code = BadCommandLine(make.name, "--auth needs --user and --password", usage);
+      return std::nullopt;
+    }
+    out.auth.scheme = *auth_name == "digest" ? AuthScheme::Digest : AuthScheme::Basic;
   }
   return out;
+}
+
+void SetStartingStates(PointBank& points, const std::vector<std::pair<PointKind, int>>& on) {
+  for (const auto& [kind, number] : on) {
+    if (number <= points.Count(kind)) points.Set(kind, number, 1);
+  }
 }
 
 }  // namespace vmio::sim::cli

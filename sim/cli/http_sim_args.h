@@ -1,21 +1,27 @@
 #pragma once
-// Running a simulated HTTP device from the command line: the options every one takes
-// (--listen, --user, --password, --auth), its help, and the run itself.
+// Simulated HTTP devices as makes: the options every one takes (--listen, --user, --password,
+// --auth), its help, its default fixture and its run. A make's file states only its own
+// options, its starting states and any control lines of its own.
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "control_lines.h"
 #include "http_sim_server.h"
 #include "serve.h"
+#include "sim_makes.h"
 
 namespace vmio::sim::cli {
 
-// What a make's runner tells the shared code about itself.
+// What a make tells the shared code about itself.
 struct HttpSimMake {
   std::string_view name;                        // "acti"
+  std::string_view progid;                      // "VMIO.ACTi"
+  std::string_view help;                        // one line for `vmio-sim --help`
   std::string_view options_help;                // the usage line and the make's own options
-  std::string_view control_help;                // the lines standard input takes
+  std::string_view control_help = {};           // the make's own control lines, if any
   AuthScheme default_auth = AuthScheme::Basic;  // the scheme when --user is given without --auth
 };
 
@@ -29,32 +35,58 @@ struct HttpSimArgs {
 std::string HttpSimHelp(const HttpSimMake& make);
 std::string HttpSimUsage(const HttpSimMake& make);
 
-// Reads the common options and hands the others to read_option. When the run ends here (help
-// shown, or a bad option reported), sets exit_code and returns nothing.
-std::optional<HttpSimArgs> ReadHttpSimOptions(const HttpSimMake& make, const std::vector<std::string>& args,
-                                              const OptionReader& read_option, int& exit_code);
+// Reads the common options and hands the others to read_option; the credentials start as
+// fixture_auth. When the run ends here (help shown, or a bad option reported), sets exit_code
+// and returns nothing.
+std::optional<HttpSimArgs> ReadHttpSimOptions(const HttpSimMake& make, const HttpAuth& fixture_auth,
+                                              const std::vector<std::string>& args, const OptionReader& read_option,
+                                              int& exit_code);
 
-// The whole run of `vmio-sim MAKE`: reads the options into a Sim's Options (the make's own ones
-// through read_option), starts the simulator where --listen says and serves it, each line of
-// standard input going to control. Returns the exit code.
+// Sets the points to the states a fixture starts with; one the options left no point for is
+// skipped.
+void SetStartingStates(PointBank& points, const std::vector<std::pair<PointKind, int>>& on);
+
 template <class Sim, class Options>
-int RunHttpSim(const HttpSimMake& make, const std::vector<std::string>& args,
-               bool (*read_option)(Options& options, const std::vector<std::string>& args, size_t& i),
-               std::string (*control)(Sim& sim, const std::string& line)) {
-  Options options;
-  int exit_code = 0;
-  const std::optional<HttpSimArgs> common = ReadHttpSimOptions(
-      make, args, [&](const std::vector<std::string>& a, size_t& i) { return read_option(options, a, i); }, exit_code);
-  if (!common) return exit_code;
-  options.auth = common->auth;
-  Sim sim(options);
-  return StartAndServe(
-      make.name,
-      [&] {
-        sim.Start(common->host, common->port);
-        return sim.DeviceString();
-      },
-      [&sim, control](const std::string& line) { return control(sim, line); });
+struct HttpMakeSpec {
+  HttpSimMake text;
+  Options (*fixture)();                            // the default device's options
+  std::vector<std::pair<PointKind, int>> on = {};  // the points it starts with on
+  bool (*read_option)(Options&, const std::vector<std::string>& args, size_t& i) = nullptr;
+  std::optional<std::string> (*control)(Sim&, const std::string& word, const std::string& rest) = nullptr;
+};
+
+// Registers a simulated HTTP make; `vmio-sim MAKE` reads its options on top of the fixture's.
+template <class Sim, class Options>
+bool RegisterHttpMake(HttpMakeSpec<Sim, Options> spec) {
+  const auto start = [spec] {
+    auto sim = std::make_shared<Sim>(spec.fixture());
+    sim->Start();
+    SetStartingStates(sim->Points(), spec.on);
+    return RunningDevice{sim, sim->DeviceString()};
+  };
+  const auto run = [spec](const std::vector<std::string>& args) {
+    Options options = spec.fixture();
+    int exit_code = 0;
+    const auto own = [&](const std::vector<std::string>& a, size_t& i) {
+      return spec.read_option && spec.read_option(options, a, i);
+    };
+    const std::optional<HttpSimArgs> common = ReadHttpSimOptions(spec.text, options.auth, args, own, exit_code);
+    if (!common) return exit_code;
+    options.auth = common->auth;
+    Sim sim(options);
+    const OwnControl control = [&](const std::string& word, const std::string& rest) {
+      return spec.control ? spec.control(sim, word, rest) : std::nullopt;
+    };
+    return StartAndServe(
+        spec.text.name,
+        [&] {
+          sim.Start(common->host, common->port);
+          SetStartingStates(sim.Points(), spec.on);
+          return sim.DeviceString();
+        },
+        [&](const std::string& line) { return AnswerControlLine(&sim.Points(), control, line); });
+  };
+  return RegisterMake({spec.text.progid, start, {}, spec.text.name, spec.text.help, run});
 }
 
 }  // namespace vmio::sim::cli

@@ -3,8 +3,11 @@
 #include <string>
 #include <vector>
 
+#include "control_lines.h"
 #include "serial_sim.h"
 #include "serve.h"
+#include "sim_makes.h"
+#include "vmio/variant.h"
 
 namespace vmio::sim::cli {
 namespace {
@@ -12,12 +15,14 @@ namespace {
 constexpr char kUsage[] =
     "usage: vmio-sim serial [options]\n"
     "  --reply CMD=REPLY         answer the command line CMD with REPLY; repeatable\n"
-    "                            (default: T?=21.4\\r\\n)\n"
+    "                            (default: T?=21.4\\r)\n"
     "  --listen-line TEXT        send TEXT by itself at an interval (\"*B01:42.0\\r\\n\")\n"
     "  --interval MS             the interval of --listen-line (default 1000)\n"
     "  --silent                  receive commands but answer none\n"
     "Texts take the escapes \\r \\n \\t \\\\ and \\xHH.\n"
     "\n"
+    "With no options it is the instrument `vmio demo` runs against, which has sent\n"
+    "*B01:42.0\\r\\n by itself before the driver opens the line.\n"
     "Prints \"device: PATH\" (the serial port to connect to) and plays until interrupted.\n"
     "Lines on standard input:\n"
     "  send TEXT                 send TEXT now (escapes apply)\n"
@@ -85,26 +90,37 @@ std::string Escape(const std::string& bytes) {
   return out;
 }
 
-std::string Control(SerialSim& sim, const std::string& line) {
-  if (line.starts_with("send ")) {
-    try {
-      sim.Send(Unescape(line.substr(5)));
-      return "ok";
-    } catch (const std::exception&) {
-      return "error: bad escape in '" + line + "'";
-    }
-  }
-  if (line.starts_with("silent ") && ParseOnOff(line.substr(7))) {
-    sim.SetSilent(*ParseOnOff(line.substr(7)));
+std::optional<std::string> Control(SerialSim& sim, const std::string& word, const std::string& rest) {
+  if (word == "send") {
+    sim.Send(Unescape(rest));
     return "ok";
   }
-  if (line == "received") return "received: " + Escape(sim.Received());
-  return "error: unknown command '" + line + "' (send TEXT, silent on|off, received)";
+  if (word == "silent") {
+    const std::optional<bool> on = ParseOnOff(rest);
+    if (!on) throw BadArgument(rest);
+    sim.SetSilent(*on);
+    return "ok";
+  }
+  if (word == "received" && rest.empty()) return "received: " + Escape(sim.Received());
+  return std::nullopt;
 }
 
-}  // namespace
+// Replies end in CR alone: an LF left behind would reach the listening port's buffer.
+const std::pair<std::string, std::string> kFixtureReply{"T?", "21.4\r"};
+// A line the instrument sent by itself, waiting in the port for the driver's listening port.
+constexpr char kFixtureLine[] = "*B01:42.0\r\n";
 
-int RunSerial(const std::vector<std::string>& args) {
+// The fixture, with other replies when there are any.
+std::shared_ptr<SerialSim> StartFixture(const std::vector<std::pair<std::string, std::string>>& replies = {}) {
+  auto instrument = std::make_shared<SerialSim>(LineStart::Raw);
+  instrument->Send(kFixtureLine);
+  for (const auto& [command, reply] : replies.empty() ? std::vector{kFixtureReply} : replies) {
+    instrument->SetReply(command, {.text = reply});
+  }
+  return instrument;
+}
+
+int Run(const std::vector<std::string>& args) {
   std::vector<std::pair<std::string, std::string>> replies;
   std::string listen_line;
   int interval = 1000;
@@ -128,16 +144,38 @@ int RunSerial(const std::vector<std::string>& args) {
     return true;
   };
   if (const std::optional<int> exit_code = ReadOptions("serial", kUsage, kUsage, args, read_option)) return *exit_code;
-  if (replies.empty()) replies.emplace_back("T?", "21.4\r\n");
-  std::unique_ptr<SerialSim> sim;
+  std::shared_ptr<SerialSim> sim;
   const auto start = [&] {
-    sim = std::make_unique<SerialSim>();
-    for (auto& [command, reply] : replies) sim->SetReply(command, SerialReply{.text = reply});
+    sim = StartFixture(replies);
     if (!listen_line.empty()) sim->SetListenLine(listen_line, interval);
     sim->SetSilent(silent);
     return sim->Path();
   };
-  return StartAndServe("serial", start, [&sim](const std::string& line) { return Control(*sim, line); });
+  const OwnControl control = [&sim](const std::string& word, const std::string& rest) {
+    return Control(*sim, word, rest);
+  };
+  return StartAndServe("serial", start,
+                       [&](const std::string& line) { return AnswerControlLine(nullptr, control, line); });
 }
 
+const bool kRegistered = RegisterMake({
+    .progid = "VMIO.RS232",
+    .start =
+        [] {
+          const auto instrument = StartFixture();
+          return RunningDevice{instrument, instrument->Path()};
+        },
+    .prepare =
+        [](Object& rs232) {
+          const Variant listener[] = {Variant("\r\n")};                   // port 0: the last line it sent by itself
+          const Variant asked[] = {Variant(kFixtureReply.first + "\r")};  // port 1: asked for
+          rs232.Call("AddCommand", listener);
+          rs232.Call("AddCommand", asked);
+        },
+    .name = "serial",
+    .help = "an instrument answering text commands on a pseudo-terminal",
+    .run = &Run,
+});
+
+}  // namespace
 }  // namespace vmio::sim::cli

@@ -55,12 +55,6 @@ int ParseCount(const std::string& text) {
   return n;
 }
 
-std::optional<bool> ParseOnOff(const std::string& word) {
-  if (word == "on" || word == "1") return true;
-  if (word == "off" || word == "0") return false;
-  return std::nullopt;
-}
-
 void ParseListen(const std::string& value, std::string& host, int& port) {
   const size_t colon = value.rfind(':');
   int n = -1;

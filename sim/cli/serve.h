@@ -38,9 +38,6 @@ const std::string& TakeValue(const std::vector<std::string>& args, size_t& i);
 // A whole decimal number, 0 or more; throws BadArgument(text) for anything else.
 int ParseCount(const std::string& text);
 
-// "on"/"1" or "off"/"0" in a control line; nothing for other words.
-std::optional<bool> ParseOnOff(const std::string& word);
-
 // HOST:PORT into host and port (0 to 65535); throws std::invalid_argument otherwise.
 void ParseListen(const std::string& value, std::string& host, int& port);
 

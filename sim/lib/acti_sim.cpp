@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cstdio>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -23,49 +22,9 @@ int Number(std::string_view s) {
 }  // namespace
 
 ACTiSim::ACTiSim(ACTiSimOptions options)
-    : options_(std::move(options)),
-      channels_(static_cast<size_t>(options_.channels)),
-      refusing_(options_.refuse),
-      server_([this](const HttpRequestInfo& r) { return Handle(r); }, options_.auth) {}
-
-ACTiSim::~ACTiSim() { server_.Stop(); }
-
-void ACTiSim::Start(const std::string& host, int port) { server_.Start(host, port); }
-
-ACTiSim::Channel& ACTiSim::At(int channel, int number) {
-  return const_cast<Channel&>(std::as_const(*this).At(channel, number));
-}
-
-const ACTiSim::Channel& ACTiSim::At(int channel, int number) const {
-  if (channel < 1 || static_cast<size_t>(channel) > channels_.size() || number < 1 || number > 2) {
-    throw std::out_of_range("no port " + std::to_string(number) + " on channel " + std::to_string(channel));
-  }
-  return channels_[static_cast<size_t>(channel - 1)];
-}
-
-void ACTiSim::SetInput(int channel, int number, bool active) {
-  std::lock_guard lock(mutex_);
-  At(channel, number).inputs[static_cast<size_t>(number - 1)] = active;
-}
-
-bool ACTiSim::Input(int channel, int number) const {
-  std::lock_guard lock(mutex_);
-  return At(channel, number).inputs[static_cast<size_t>(number - 1)];
-}
-
-void ACTiSim::SetOutput(int channel, int number, bool active) {
-  std::lock_guard lock(mutex_);
-  At(channel, number).outputs[static_cast<size_t>(number - 1)] = active;
-}
-
-bool ACTiSim::Output(int channel, int number) const {
-  std::lock_guard lock(mutex_);
-  return At(channel, number).outputs[static_cast<size_t>(number - 1)];
-}
-
-void ACTiSim::SetRefusing(bool refuse) {
-  std::lock_guard lock(mutex_);
-  refusing_ = refuse;
+    : HttpSim(options.auth), options_(std::move(options)), refusing_(options_.refuse) {
+  points_.Add(PointKind::Input, 2 * options_.channels);
+  points_.Add(PointKind::Output, 2 * options_.channels);
 }
 
 HttpReply ACTiSim::SystemInfo(const std::string& query) const {
@@ -88,10 +47,11 @@ HttpReply ACTiSim::Mpeg4(const std::string& query) {
   for (const QueryItem& item : SplitQuery(query)) {
     if (item.name == "CHANNEL") {
       channel = Number(item.value);
-      if (channel < 1 || static_cast<size_t>(channel) > channels_.size()) return Refusal("Invalid channel");
+      if (channel < 1 || channel > options_.channels) return Refusal("Invalid channel");
     } else if (item.name == "DIO_STATUS" && !item.has_value) {
-      const Channel& c = channels_[static_cast<size_t>(channel - 1)];
-      const int status = c.inputs[0] | c.inputs[1] << 1 | c.outputs[0] << 4 | c.outputs[1] << 5;
+      const auto on = [&](PointKind kind, int n) { return points_.Get(kind, PointNumber(channel, n)) == 1 ? 1 : 0; };
+      const int status = on(PointKind::Input, 1) | on(PointKind::Input, 2) << 1 | on(PointKind::Output, 1) << 4 |
+                         on(PointKind::Output, 2) << 5;
       char row[32];
       std::snprintf(row, sizeof row, "DIO_STATUS='0x%02X'\n", status);
       body += row;
@@ -103,8 +63,8 @@ HttpReply ACTiSim::Mpeg4(const std::string& query) {
         if (ec != std::errc() || end != v.data() + v.size()) mask = -1;
       }
       if (mask < 0 || mask > 3) return Refusal("Invalid DIO_OUTPUT value");
-      Channel& c = channels_[static_cast<size_t>(channel - 1)];
-      c.outputs = {(mask & 1) != 0, (mask & 2) != 0};
+      points_.SetOutput(PointNumber(channel, 1), mask & 1);
+      points_.SetOutput(PointNumber(channel, 2), (mask & 2) >> 1);
       body += "DIO_OUTPUT='0x0" + std::to_string(mask) + "'\n";
     } else {
       return Refusal("Unknown parameter " + item.name);
@@ -115,7 +75,6 @@ HttpReply ACTiSim::Mpeg4(const std::string& query) {
 }
 
 HttpReply ACTiSim::Handle(const HttpRequestInfo& request) {
-  std::lock_guard lock(mutex_);
   if (!request.path.starts_with("/cgi-bin/cmd/")) return {404, "Not Found\n"};
   if (refusing_) return Refusal("Device busy");
   if (request.path == "/cgi-bin/cmd/system") return SystemInfo(request.query);

@@ -12,12 +12,10 @@
 // know, a bad channel or a malformed value is refused with status 200 and a body beginning
 // with "ERROR:"; so is every command while the device refuses. Paths outside /cgi-bin/cmd/
 // answer 404.
-#include <array>
-#include <mutex>
+#include <atomic>
 #include <string>
-#include <vector>
 
-#include "http_sim_server.h"
+#include "http_sim.h"
 
 namespace vmio::sim {
 
@@ -28,45 +26,25 @@ struct ACTiSimOptions {
   HttpAuth auth;
 };
 
-class ACTiSim {
+class ACTiSim : public HttpSim {
  public:
   explicit ACTiSim(ACTiSimOptions options = {});
-  ~ACTiSim();
-  ACTiSim(const ACTiSim&) = delete;
-  ACTiSim& operator=(const ACTiSim&) = delete;
-
-  void Start(const std::string& host = "127.0.0.1", int port = 0);
-  // What ACTi::Connect takes (credentials included when the device requires them).
-  std::string DeviceString() const { return server_.DeviceString(); }
-  // Request counts and log, silence.
-  HttpSimServer& Server() { return server_; }
+  ~ACTiSim() override { Stop(); }
 
   int Channels() const { return options_.channels; }
-  // States by 1-based channel and number (1 or 2); std::out_of_range outside them. Thread-safe.
-  void SetInput(int channel, int number, bool active);
-  bool Input(int channel, int number) const;
-  void SetOutput(int channel, int number, bool active);
-  bool Output(int channel, int number) const;
+  // Inputs and outputs numbered across the channels: input or output N of channel C is
+  // number 2 * (C - 1) + N.
+  static int PointNumber(int channel, int n) { return 2 * (channel - 1) + n; }
   // While refusing, every command answers "ERROR: ...".
-  void SetRefusing(bool refuse);
+  void SetRefusing(bool refuse) { refusing_ = refuse; }
 
  private:
-  struct Channel {
-    std::array<bool, 2> inputs{};
-    std::array<bool, 2> outputs{};
-  };
-
-  HttpReply Handle(const HttpRequestInfo& request);
+  HttpReply Handle(const HttpRequestInfo& request) override;
   HttpReply SystemInfo(const std::string& query) const;
   HttpReply Mpeg4(const std::string& query);
-  Channel& At(int channel, int number);
-  const Channel& At(int channel, int number) const;
 
   const ACTiSimOptions options_;
-  mutable std::mutex mutex_;
-  std::vector<Channel> channels_;
-  bool refusing_ = false;
-  HttpSimServer server_;  // last: its threads stop before the state above goes
+  std::atomic<bool> refusing_;
 };
 
 }  // namespace vmio::sim

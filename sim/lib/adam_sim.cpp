@@ -55,6 +55,7 @@ int BoundPort(int fd) {
 
 struct AdamSim::State {
   AdamSimOptions options;
+  PointBank points;
   int inputs = 0;
   int relays = 0;
 
@@ -71,11 +72,13 @@ struct AdamSim::State {
   int listen_fd = -1;
   int udp_fd = -1;
   int wake[2] = {-1, -1};
+  std::string bound_host;
   int modbus_port = 0;
   int udp_port = 0;
   std::vector<int> clients;
   std::thread thread;
 
+  void Bind(const std::string& host);
   void Serve();
   bool Answer(int fd);
   void AnswerQuery();
@@ -91,6 +94,8 @@ AdamSim::AdamSim(AdamSimOptions options) : state_(std::make_unique<State>()) {
     s.inputs = m->inputs;
     s.relays = m->relays;
   }
+  s.points.Add(PointKind::Input, s.inputs);
+  s.points.Add(PointKind::Output, s.relays);
   s.coils = modbus_mapping_new(kCoils, 0, 0, 0);
   if (!s.coils) throw std::runtime_error("adam sim: out of memory");
 }
@@ -103,29 +108,49 @@ AdamSim::~AdamSim() {
 void AdamSim::Start() {
   State& s = *state_;
   if (s.thread.joinable()) return;
-  try {
-    s.ctx = modbus_new_tcp(s.options.host.c_str(), s.options.modbus_port);
-    if (!s.ctx) throw std::runtime_error("adam sim: modbus_new_tcp failed");
-    s.listen_fd = modbus_tcp_listen(s.ctx, 16);
-    if (s.listen_fd < 0) {
-      throw std::runtime_error("adam sim: cannot listen on " + s.options.host + ":" +
-                               std::to_string(s.options.modbus_port) + ": " + modbus_strerror(errno));
+  if (!s.options.host.empty()) {
+    s.Bind(s.options.host);
+  } else {
+    // 127.0.0.1, then 127.0.0.2 and on: every address of 127.0.0.0/8 is this machine.
+    constexpr int kCandidates = 4096;
+    for (int i = 0;; ++i) {
+      const std::string host = "127.0." + std::to_string(i / 254) + "." + std::to_string(i % 254 + 1);
+      try {
+        s.Bind(host);
+        break;
+      } catch (const std::runtime_error&) {
+        if (i + 1 == kCandidates) throw;
+      }
     }
-    s.modbus_port = BoundPort(s.listen_fd);
-
-    s.udp_fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in udp = Address(s.options.host, s.options.udp_port);
-    if (s.udp_fd < 0 || bind(s.udp_fd, reinterpret_cast<const sockaddr*>(&udp), sizeof udp) != 0) {
-      throw std::runtime_error("adam sim: cannot bind UDP " + s.options.host + ":" +
-                               std::to_string(s.options.udp_port) + ": " + std::strerror(errno));
-    }
-    s.udp_port = BoundPort(s.udp_fd);
-    if (pipe2(s.wake, O_CLOEXEC) != 0) throw std::runtime_error("adam sim: pipe failed");
-  } catch (...) {
-    s.Close();
-    throw;
   }
   s.thread = std::thread([&s] { s.Serve(); });
+}
+
+// Binds both ports on host, or closes what it opened and raises std::runtime_error.
+void AdamSim::State::Bind(const std::string& host) {
+  try {
+    ctx = modbus_new_tcp(host.c_str(), options.modbus_port);
+    if (!ctx) throw std::runtime_error("adam sim: modbus_new_tcp failed");
+    listen_fd = modbus_tcp_listen(ctx, 16);
+    if (listen_fd < 0) {
+      throw std::runtime_error("adam sim: cannot listen on " + host + ":" + std::to_string(options.modbus_port) + ": " +
+                               modbus_strerror(errno));
+    }
+    modbus_port = BoundPort(listen_fd);
+
+    udp_fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in udp = Address(host, options.udp_port);
+    if (udp_fd < 0 || bind(udp_fd, reinterpret_cast<const sockaddr*>(&udp), sizeof udp) != 0) {
+      throw std::runtime_error("adam sim: cannot bind UDP " + host + ":" + std::to_string(options.udp_port) + ": " +
+                               std::strerror(errno));
+    }
+    udp_port = BoundPort(udp_fd);
+    if (pipe2(wake, O_CLOEXEC) != 0) throw std::runtime_error("adam sim: pipe failed");
+    bound_host = host;
+  } catch (...) {
+    Close();
+    throw;
+  }
 }
 
 void AdamSim::Stop() {
@@ -192,6 +217,9 @@ bool AdamSim::State::Answer(int fd) {
   const int address = query[header + 1] << 8 | query[header + 2];
 
   std::lock_guard lock(mutex);
+  // The points live in the bank; the coil map mirrors them for this one request.
+  for (int i = 0; i < inputs; ++i) coils->tab_bits[i] = points.Input(i + 1) != 0;
+  for (int j = 0; j < relays; ++j) coils->tab_bits[kRelayCoil + j] = points.Output(j + 1) != 0;
   log.emplace_back(query, query + length);
   if (log.size() > kLogLimit) log.pop_front();
   ++counts[static_cast<size_t>(function)];
@@ -200,6 +228,11 @@ bool AdamSim::State::Answer(int fd) {
   } else if (function == MODBUS_FC_WRITE_SINGLE_COIL && (address < kRelayCoil || address >= kRelayCoil + relays)) {
     modbus_reply_exception(ctx, query, MODBUS_EXCEPTION_ILLEGAL_DATA_ADDRESS);  // inputs are read-only
   } else {
+    // The point changes before the reply goes: a client that has its answer reads the new state.
+    const int value = query[header + 3] << 8 | query[header + 4];
+    if (function == MODBUS_FC_WRITE_SINGLE_COIL && (value == 0xFF00 || value == 0)) {
+      points.SetOutput(address - kRelayCoil + 1, value != 0);
+    }
     modbus_reply(ctx, query, length, coils);
   }
   return true;
@@ -221,30 +254,14 @@ void AdamSim::State::AnswerQuery() {
   sendto(udp_fd, reply.data(), reply.size(), 0, reinterpret_cast<const sockaddr*>(&from), from_length);
 }
 
+const std::string& AdamSim::Host() const { return state_->bound_host; }
 int AdamSim::ModbusPort() const { return state_->modbus_port; }
 int AdamSim::UdpPort() const { return state_->udp_port; }
-std::string AdamSim::DeviceString() const { return state_->options.host + ":" + std::to_string(state_->modbus_port); }
+std::string AdamSim::DeviceString() const { return state_->bound_host + ":" + std::to_string(state_->modbus_port); }
+PointBank& AdamSim::Points() { return state_->points; }
 const std::string& AdamSim::Model() const { return state_->options.model; }
 int AdamSim::DigitalInputs() const { return state_->inputs; }
 int AdamSim::DigitalOutputs() const { return state_->relays; }
-
-void AdamSim::SetInput(int index, bool on) {
-  if (index < 0 || index >= state_->inputs) throw std::out_of_range("adam sim: no input " + std::to_string(index));
-  std::lock_guard lock(state_->mutex);
-  state_->coils->tab_bits[index] = on ? 1 : 0;
-}
-
-bool AdamSim::Input(int index) const {
-  if (index < 0 || index >= state_->inputs) throw std::out_of_range("adam sim: no input " + std::to_string(index));
-  std::lock_guard lock(state_->mutex);
-  return state_->coils->tab_bits[index] != 0;
-}
-
-bool AdamSim::Relay(int index) const {
-  if (index < 0 || index >= state_->relays) throw std::out_of_range("adam sim: no relay " + std::to_string(index));
-  std::lock_guard lock(state_->mutex);
-  return state_->coils->tab_bits[kRelayCoil + index] != 0;
-}
 
 void AdamSim::SetUdpMode(AdamUdpMode mode) {
   std::lock_guard lock(state_->mutex);

@@ -4,12 +4,16 @@
 //
 // Coils: digital input i is coil i (read-only), relay j is coil 16 + j; 32 coils in all, so a
 // read past coil 31 gets exception 2 (illegal data address), and so does a write to anything
-// but a relay. The UDP side answers "$01M" CR with "!01" + model + CR. Both sides are served
-// by one background thread; every accessor is safe to call while it runs.
+// but a relay. A real module answers the model query on UDP port 1025 of its own address; with
+// no host given, the simulator takes the first loopback address (127.0.0.1, 127.0.0.2, ...)
+// where both of its ports are free, so several can serve 1025 at once. The UDP side answers "$01M" CR with "!01" +
+// model + CR. Both sides are served by one background thread; every accessor is safe to call while it runs.
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "point_bank.h"
 
 namespace vmio::sim {
 
@@ -20,11 +24,13 @@ enum class AdamUdpMode {
   NoCarriageReturn,  // "!01" + model, without the CR
 };
 
+constexpr int kModelQueryPort = 1025;
+
 struct AdamSimOptions {
   std::string model = "6050";  // any text; a model the module table lacks has no points
-  std::string host = "127.0.0.1";
-  int modbus_port = 0;  // 0 = ephemeral
-  int udp_port = 0;     // 0 = ephemeral; a real module answers on 1025
+  std::string host = "";       // empty: a free loopback address
+  int modbus_port = 0;         // 0 = ephemeral
+  int udp_port = 0;            // 0 = ephemeral; kModelQueryPort where the driver asks
   AdamUdpMode udp_mode = AdamUdpMode::Answer;
 };
 
@@ -41,20 +47,18 @@ class AdamSim {
   // Stops serving and closes every socket; returns promptly.
   void Stop();
 
+  const std::string& Host() const;
   int ModbusPort() const;
   int UdpPort() const;
-  // "127.0.0.1:PORT": what ADAM's Connect takes.
+  // "HOST:PORT": what ADAM's Connect takes.
   std::string DeviceString() const;
   const std::string& Model() const;
   // The module's points by its model (0 and 0 for a model the table lacks).
   int DigitalInputs() const;
   int DigitalOutputs() const;
 
-  // Digital input i (coil i), as the wiring would set it. Out of range: std::out_of_range.
-  void SetInput(int index, bool on);
-  bool Input(int index) const;
-  // Relay j (coil 16 + j), as the last Modbus write left it.
-  bool Relay(int index) const;
+  // Digital input N is coil N - 1, relay (output) N coil 15 + N; both 1-based here.
+  PointBank& Points();
 
   void SetUdpMode(AdamUdpMode mode);
   // Answers every request of the function with this exception code (1..11); 0 answers

@@ -1,6 +1,5 @@
 #include "aviosys_sim.h"
 
-#include <stdexcept>
 #include <utility>
 
 namespace vmio::sim {
@@ -9,8 +8,6 @@ namespace {
 constexpr char kUnknown[] = "HTTPCMD_UNKNOWPIN";
 constexpr int kFixedModelPorts = 8;
 constexpr int kFirstInputPin = 51;  // inputs exist only on the fixed model
-
-int& At(std::vector<int>& states, int number) { return states.at(static_cast<size_t>(number - 1)); }
 
 // The pin number of "Pnn" at the start of text (consumed), or -1.
 int ReadPin(std::string& text) {
@@ -26,32 +23,9 @@ int ReadPin(std::string& text) {
 }  // namespace
 
 AviosysSim::AviosysSim(AviosysSimOptions options)
-    : options_(std::move(options)),
-      first_socket_pin_(options_.fixed_model ? 61 : 60),
-      inputs_(options_.fixed_model ? kFixedModelPorts : 0, 0),
-      sockets_(static_cast<size_t>(options_.fixed_model ? kFixedModelPorts : options_.sockets), 0),
-      server_([this](const HttpRequestInfo& r) { return Handle(r); }, options_.auth) {}
-
-void AviosysSim::Start(const std::string& host, int port) { server_.Start(host, port); }
-
-void AviosysSim::SetInput(int number, int value) {
-  std::lock_guard lock(mutex_);
-  At(inputs_, number) = value;
-}
-
-void AviosysSim::SetSocket(int number, int value) {
-  std::lock_guard lock(mutex_);
-  At(sockets_, number) = value;
-}
-
-int AviosysSim::Input(int number) const {
-  std::lock_guard lock(mutex_);
-  return inputs_.at(static_cast<size_t>(number - 1));
-}
-
-int AviosysSim::Socket(int number) const {
-  std::lock_guard lock(mutex_);
-  return sockets_.at(static_cast<size_t>(number - 1));
+    : HttpSim(options.auth), options_(std::move(options)), first_socket_pin_(options_.fixed_model ? 61 : 60) {
+  points_.Add(PointKind::Input, options_.fixed_model ? kFixedModelPorts : 0);
+  points_.Add(PointKind::Output, options_.fixed_model ? kFixedModelPorts : options_.sockets);
 }
 
 HttpReply AviosysSim::Handle(const HttpRequestInfo& request) {
@@ -65,41 +39,41 @@ HttpReply AviosysSim::Handle(const HttpRequestInfo& request) {
 }
 
 std::string AviosysSim::Answer(const std::string& command) {
-  std::lock_guard lock(mutex_);
+  const int sockets = points_.Outputs();
   if (command == "GetPowerNum" && !options_.fixed_model) {
-    return options_.power_num_reply.empty() ? std::to_string(sockets_.size()) : options_.power_num_reply;
+    return options_.power_num_reply.empty() ? std::to_string(sockets) : options_.power_num_reply;
   }
-  if (command == "GetPower") return States(sockets_, first_socket_pin_);
-  if (command == "GetIo" && options_.fixed_model) return States(inputs_, kFirstInputPin);
+  if (command == "GetPower") return States(PointKind::Output, first_socket_pin_);
+  if (command == "GetIo" && options_.fixed_model) return States(PointKind::Input, kFirstInputPin);
   if (command.starts_with("SetPower")) return SetPower(command.substr(8));
   if (command.size() == 12 && command.starts_with("GetPortName") && !options_.fixed_model) {
     const size_t socket = static_cast<size_t>(static_cast<unsigned char>(command[11]) - 'A');
-    if (socket < sockets_.size()) {
+    if (socket < static_cast<size_t>(sockets)) {
       return command + "=" + (socket < options_.names.size() ? options_.names[socket] : std::string()) + ",";
     }
   }
   return kUnknown;
 }
 
-std::string AviosysSim::States(const std::vector<int>& states, int first_pin) const {
+std::string AviosysSim::States(PointKind kind, int first_pin) const {
   std::string text;
-  for (size_t i = 0; i < states.size(); ++i) {
-    if (i > 0) text += ',';
-    text += "P" + std::to_string(first_pin + static_cast<int>(i)) + "=" + std::to_string(states[i]);
+  for (int n = 1; n <= points_.Count(kind); ++n) {
+    if (n > 1) text += ',';
+    text += "P" + std::to_string(first_pin + n - 1) + "=" + std::to_string(points_.Get(kind, n));
   }
   return text;
 }
 
 // "+P60=1+P61=0": every assignment is checked before any is made.
 std::string AviosysSim::SetPower(const std::string& assignments) {
-  std::vector<std::pair<size_t, int>> changes;
+  std::vector<std::pair<int, int>> changes;
   std::string rest = assignments;
   while (!rest.empty()) {
     if (rest[0] != '+') return kUnknown;
     rest.erase(0, 1);
     const int pin = ReadPin(rest);
-    const size_t socket = static_cast<size_t>(pin - first_socket_pin_);
-    if (pin < first_socket_pin_ || socket >= sockets_.size()) return kUnknown;
+    const int socket = pin - first_socket_pin_ + 1;
+    if (pin < first_socket_pin_ || socket > points_.Outputs()) return kUnknown;
     if (rest.size() < 2 || rest[0] != '=' || (rest[1] != '0' && rest[1] != '1')) return kUnknown;
     changes.emplace_back(socket, rest[1] - '0');
     rest.erase(0, 2);
@@ -107,9 +81,9 @@ std::string AviosysSim::SetPower(const std::string& assignments) {
   if (changes.empty()) return kUnknown;
   std::string echo;
   for (const auto& [socket, value] : changes) {
-    sockets_[socket] = value;
+    points_.SetOutput(socket, value);
     if (!echo.empty()) echo += ',';
-    echo += "P" + std::to_string(first_socket_pin_ + static_cast<int>(socket)) + "=" + std::to_string(value);
+    echo += "P" + std::to_string(first_socket_pin_ + socket - 1) + "=" + std::to_string(value);
   }
   return echo;
 }

@@ -9,11 +9,10 @@
 // fixed model has inputs P51-P58 and sockets P61-P68. A command the unit does not know is
 // answered "HTTPCMD_UNKNOWPIN". Replies are one line, optionally wrapped in <html>...</html>
 // and optionally followed by a second line.
-#include <mutex>
 #include <string>
 #include <vector>
 
-#include "http_sim_server.h"
+#include "http_sim.h"
 
 namespace vmio::sim {
 
@@ -31,39 +30,20 @@ struct AviosysSimOptions {
   HttpAuth auth;
 };
 
-class AviosysSim {
+class AviosysSim : public HttpSim {
  public:
   explicit AviosysSim(AviosysSimOptions options = {});
-  AviosysSim(const AviosysSim&) = delete;
-  AviosysSim& operator=(const AviosysSim&) = delete;
-
-  void Start(const std::string& host = "127.0.0.1", int port = 0);
-  // What AviosysPDU::Connect takes (credentials included when the unit requires them).
-  std::string DeviceString() const { return server_.DeviceString(); }
-  // Request counts and log (every command is a request for /Set.cmd), silence.
-  HttpSimServer& Server() { return server_; }
-
-  int Inputs() const { return static_cast<int>(inputs_.size()); }
-  int Sockets() const { return static_cast<int>(sockets_.size()); }
-  // States by 1-based input / socket number, as the number the unit reports (1 on, 0 off);
-  // std::out_of_range outside them. Thread-safe.
-  void SetInput(int number, int value);
-  void SetSocket(int number, int value);
-  int Input(int number) const;
-  int Socket(int number) const;
+  ~AviosysSim() override { Stop(); }
+  // Points(): inputs and sockets (the outputs) by 1-based number.
 
  private:
-  HttpReply Handle(const HttpRequestInfo& request);
+  HttpReply Handle(const HttpRequestInfo& request) override;
   std::string Answer(const std::string& command);
-  std::string States(const std::vector<int>& states, int first_pin) const;
+  std::string States(PointKind kind, int first_pin) const;
   std::string SetPower(const std::string& assignments);
 
   const AviosysSimOptions options_;
   const int first_socket_pin_;
-  mutable std::mutex mutex_;
-  std::vector<int> inputs_;
-  std::vector<int> sockets_;
-  HttpSimServer server_;  // last: its threads stop before the state above goes
 };
 
 }  // namespace vmio::sim

@@ -71,76 +71,43 @@ bool IsParamCgi(std::string_view path) {
 
 }  // namespace
 
-AxisSim::AxisSim(AxisSimOptions options)
-    : options_(std::move(options)), server_([this](const HttpRequestInfo& r) { return Handle(r); }, options_.auth) {
+AxisSim::AxisSim(AxisSimOptions options) : HttpSim(options.auth), options_(std::move(options)) {
   std::string layout = options_.ioport_group ? options_.port_layout : std::string();
   if (layout.empty())
     layout = std::string(static_cast<size_t>(options_.inputs), 'i') +
              std::string(static_cast<size_t>(options_.outputs), 'o');
   for (const char c : layout) {
-    Port port;
-    port.output = c == 'o';
-    const int number = port.output ? ++output_count_ : ++input_count_;
-    const auto& names = port.output ? options_.output_names : options_.input_names;
+    const PointKind kind = c == 'o' ? PointKind::Output : PointKind::Input;
+    const int number = points_.Count(kind) + 1;
+    const auto& names = kind == PointKind::Output ? options_.output_names : options_.input_names;
     const auto named = names.find(number);
-    port.name = named != names.end() ? named->second : (port.output ? "Output " : "Input ") + std::to_string(number);
-    ports_.push_back(std::move(port));
+    points_.Add(kind, named != names.end() ? named->second : std::string());
+    ports_.emplace_back(kind, number);
   }
-}
-
-AxisSim::~AxisSim() { server_.Stop(); }
-
-void AxisSim::Start(const std::string& host, int port) { server_.Start(host, port); }
-
-std::string AxisSim::DeviceString() const { return server_.DeviceString(); }
-
-AxisSim::Port* AxisSim::Find(char kind, int number) {
-  return const_cast<Port*>(std::as_const(*this).Find(kind, number));
 }
 
 const AxisSim::Port* AxisSim::Find(char kind, int number) const {
   int seen = 0;
   for (const Port& port : ports_) {
-    const bool counts = kind == 'p' || (kind == 'o') == port.output;
+    const bool counts = kind == 'p' || (kind == 'o') == (port.first == PointKind::Output);
     if (counts && ++seen == number) return &port;
   }
   return nullptr;
 }
 
-void AxisSim::SetInput(int number, bool active) {
-  std::lock_guard lock(mutex_);
-  Port* port = Find('i', number);
-  if (!port) throw std::out_of_range("no input " + std::to_string(number));
-  port->active = active;
-}
-
-bool AxisSim::Input(int number) const {
-  std::lock_guard lock(mutex_);
-  const Port* port = Find('i', number);
-  if (!port) throw std::out_of_range("no input " + std::to_string(number));
-  return port->active;
-}
-
-bool AxisSim::Output(int number) const {
-  std::lock_guard lock(mutex_);
-  const Port* port = Find('o', number);
-  if (!port) throw std::out_of_range("no output " + std::to_string(number));
-  return port->active;
-}
-
 std::vector<std::string> AxisSim::Parameters() const {
   std::vector<std::string> p;
   if (!options_.refuse_input_output_groups) {
-    p.push_back("root.Input.NbrOfInputs=" + std::to_string(input_count_));
-    for (int k = 1; k <= input_count_; ++k) {
+    p.push_back("root.Input.NbrOfInputs=" + std::to_string(points_.Inputs()));
+    for (int k = 1; k <= points_.Inputs(); ++k) {
       const std::string key = "root.Input.I" + std::to_string(k - 1);
-      p.push_back(key + ".Name=" + Find('i', k)->name);
+      p.push_back(key + ".Name=" + points_.Name(PointKind::Input, k));
       p.push_back(key + ".Trig=closed");
     }
-    p.push_back("root.Output.NbrOfOutputs=" + std::to_string(output_count_));
-    for (int k = 1; k <= output_count_; ++k) {
+    p.push_back("root.Output.NbrOfOutputs=" + std::to_string(points_.Outputs()));
+    for (int k = 1; k <= points_.Outputs(); ++k) {
       const std::string key = "root.Output.O" + std::to_string(k - 1);
-      p.push_back(key + ".Name=" + Find('o', k)->name);
+      p.push_back(key + ".Name=" + points_.Name(PointKind::Output, k));
       p.push_back(key + ".Active=closed");
       p.push_back(key + ".PulseTime=0");
     }
@@ -148,11 +115,13 @@ std::vector<std::string> AxisSim::Parameters() const {
   if (options_.ioport_group) {
     for (size_t i = 0; i < ports_.size(); ++i) {
       const std::string key = "root.IOPort.I" + std::to_string(i);
+      const auto [kind, number] = ports_[i];
+      const std::string& name = points_.Name(kind, number);
       p.push_back(key + ".Configurable=yes");
-      p.push_back(key + ".Direction=" + (ports_[i].output ? "output" : "input"));
-      p.push_back(key + ".Input.Name=" + ports_[i].name);
+      p.push_back(key + ".Direction=" + (kind == PointKind::Output ? "output" : "input"));
+      p.push_back(key + ".Input.Name=" + name);
       p.push_back(key + ".Input.Trig=closed");
-      p.push_back(key + ".Output.Name=" + ports_[i].name);
+      p.push_back(key + ".Output.Name=" + name);
       p.push_back(key + ".Output.Active=closed");
     }
   }
@@ -189,7 +158,7 @@ HttpReply AxisSim::Check(const std::string& list, char kind) const {
     const int number = PositiveNumber(item);
     const Port* port = Find(kind, number);
     if (!port) return BadRequest("invalid " + std::string(key) + " '" + std::string(item) + "'");
-    body += key + std::to_string(number) + "=" + (port->active ? "1" : "0") + "\n";
+    body += key + std::to_string(number) + "=" + std::to_string(points_.Get(port->first, port->second)) + "\n";
   }
   return {200, body};
 }
@@ -204,9 +173,11 @@ HttpReply AxisSim::Switch(const std::string& action, char kind) {
   if (last == std::string_view::npos || sequence.find_first_not_of("/\\0123456789") != std::string_view::npos) {
     return BadRequest("malformed action '" + action + "'");
   }
-  Port* port = Find(kind, number);
-  if (!port || !port->output) return BadRequest("port " + std::to_string(number) + " is not an output");
-  port->active = sequence[last] == '/';
+  const Port* port = Find(kind, number);
+  if (!port || port->first != PointKind::Output) {
+    return BadRequest("port " + std::to_string(number) + " is not an output");
+  }
+  points_.Set(PointKind::Output, port->second, sequence[last] == '/' ? 1 : 0);
   return {200, "OK\n"};
 }
 
@@ -217,7 +188,6 @@ HttpReply AxisSim::Handle(const HttpRequestInfo& request) {
     const auto it = query.find(name);
     return it == query.end() ? nullptr : &it->second;
   };
-  std::lock_guard lock(mutex_);
   if (options_.viewer_only && (path.starts_with("/axis-cgi/operator/") || path.starts_with("/axis-cgi/admin/"))) {
     return {401, "Unauthorized\n"};
   }

@@ -9,11 +9,11 @@
 // Numbers in the CGIs are 1-based; port.cgi counts every I/O port, input.cgi only the inputs
 // and output.cgi only the outputs.
 #include <map>
-#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "http_sim_server.h"
+#include "http_sim.h"
 
 namespace vmio::sim {
 
@@ -36,48 +36,24 @@ struct AxisSimOptions {
   bool viewer_only = false;                 // operator/ and admin/ CGIs answer 401 (no names)
 };
 
-class AxisSim {
+class AxisSim : public HttpSim {
  public:
   explicit AxisSim(AxisSimOptions options = {});
-  ~AxisSim();
-  AxisSim(const AxisSim&) = delete;
-  AxisSim& operator=(const AxisSim&) = delete;
-
-  void Start(const std::string& host = "127.0.0.1", int port = 0);
-  // What Axis::Connect takes (credentials included when the device requires them).
-  std::string DeviceString() const;
-  // Request counts and log, silence.
-  HttpSimServer& Server() { return server_; }
-
-  int Inputs() const { return input_count_; }
-  int Outputs() const { return output_count_; }
-  // States by 1-based input / output number; std::out_of_range outside them. Thread-safe.
-  void SetInput(int number, bool active);
-  bool Input(int number) const;
-  bool Output(int number) const;
+  ~AxisSim() override { Stop(); }
 
  private:
-  struct Port {
-    bool output = false;
-    std::string name;
-    bool active = false;
-  };
+  using Port = std::pair<PointKind, int>;  // kind and number within it
 
-  HttpReply Handle(const HttpRequestInfo& request);
+  HttpReply Handle(const HttpRequestInfo& request) override;
   HttpReply ParamList(const std::string& groups) const;
   HttpReply Check(const std::string& list, char kind) const;
   HttpReply Switch(const std::string& action, char kind);
   std::vector<std::string> Parameters() const;
   // The port behind a 1-based number of the kind ('i' inputs, 'o' outputs, 'p' all ports).
-  Port* Find(char kind, int number);
   const Port* Find(char kind, int number) const;
 
   const AxisSimOptions options_;
-  int input_count_ = 0;
-  int output_count_ = 0;
-  mutable std::mutex mutex_;
   std::vector<Port> ports_;  // port order: IOPort.I0, I1, ...
-  HttpSimServer server_;     // last: its threads stop before the state above goes
 };
 
 }  // namespace vmio::sim

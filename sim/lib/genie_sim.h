@@ -6,49 +6,32 @@
 // GIS_SENSOR1, GIS_SENSOR2 (inputs), GIS_ALARM1, GIS_ALARM2, GIS_BUZZER (outputs).
 // SetState?action=setoutput&OUT_ALARM1=1 (OUT_ALARM2, OUT_BUZZER) switches an output and echoes
 // the assignment. Another action or an unknown key answers 400; other paths 404.
-#include <map>
-#include <mutex>
 #include <string>
-#include <string_view>
 
-#include "http_sim_server.h"
+#include "http_sim.h"
 
 namespace vmio::sim {
 
 struct GenieSimOptions {
   HttpAuth auth;
   std::string line_end = "\n";  // "\r\n" for firmware that ends its lines that way
+  // Lines added to the end of every GetState reply as they stand (say a key of another case).
+  std::string extra_lines;
 };
 
-class GenieSim {
+class GenieSim : public HttpSim {
  public:
   explicit GenieSim(GenieSimOptions options = {});
-  GenieSim(const GenieSim&) = delete;
-  GenieSim& operator=(const GenieSim&) = delete;
-
-  void Start(const std::string& host = "127.0.0.1", int port = 0);
-  // What Genie::Connect takes (credentials included when the device requires them).
-  std::string DeviceString() const { return server_.DeviceString(); }
-  // Request counts and log, silence.
-  HttpSimServer& Server() { return server_; }
-
-  // A state by its GetState key, as the number the device reports (inputs are set, outputs
-  // read back); std::out_of_range for another key. Thread-safe.
-  void SetState(std::string_view key, int value);
-  int State(std::string_view key) const;
-  // Lines added to the end of every GetState reply as they stand (say a key of another case).
-  void SetExtraLines(std::string lines);
+  ~GenieSim() override { Stop(); }
+  // Points(): the states by their GetState keys (also by number: inputs GIS_SENSOR1-2, outputs
+  // GIS_ALARM1, GIS_ALARM2, GIS_BUZZER), as the number the device reports.
 
  private:
-  HttpReply Handle(const HttpRequestInfo& request);
+  HttpReply Handle(const HttpRequestInfo& request) override;
   HttpReply GetState(const std::string& query) const;
   HttpReply SetState(const std::string& query);
 
   const GenieSimOptions options_;
-  mutable std::mutex mutex_;
-  std::map<std::string, int, std::less<>> states_;
-  std::string extra_lines_;
-  HttpSimServer server_;  // last: its threads stop before the state above goes
 };
 
 }  // namespace vmio::sim

@@ -20,6 +20,7 @@
 #include <list>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -270,6 +271,7 @@ struct HttpSimServer::State {
   mutable std::mutex mutex;  // guards everything below
   std::condition_variable unsilenced;
   bool silent = false;
+  std::optional<HttpReply> fixed_reply;
   std::map<std::string, int> counts;
   std::vector<std::string> log;
   int total = 0;
@@ -317,13 +319,15 @@ struct HttpSimServer::State {
     info.path = req.target.substr(0, q);
     if (q != std::string::npos) info.query = req.target.substr(q + 1);
     info.body = req.body;
+    std::optional<HttpReply> fixed;
     {
       std::lock_guard lock(mutex);
       ++counts[info.path];
       ++total;
       log.push_back(req.target);
+      fixed = fixed_reply;
     }
-    HttpReply reply = handler(info);
+    HttpReply reply = fixed ? std::move(*fixed) : handler(info);
     res.status = reply.status;
     res.set_content(std::move(reply.body), reply.content_type);
   }
@@ -498,6 +502,11 @@ void HttpSimServer::CloseConnections() {
       ::shutdown(fd, SHUT_RDWR);
     }
   }
+}
+
+void HttpSimServer::SetFixedReply(std::optional<HttpReply> reply) {
+  std::lock_guard lock(state_->mutex);
+  state_->fixed_reply = std::move(reply);
 }
 
 void HttpSimServer::SetSilent(bool silent) {

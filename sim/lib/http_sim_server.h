@@ -6,6 +6,7 @@
 // lets through, and can be told to go silent (hold requests unanswered) to test time-outs.
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -68,6 +69,10 @@ class HttpSimServer {
   // Closes every kept-alive connection (one serving a request once it has answered), as a
   // device does when its keep-alive timer runs out: clients must open a new one.
   void CloseConnections();
+
+  // While set, every request that passes the credential check is answered with this reply
+  // instead of the device's own, as a broken or hostile device would; nothing resets it.
+  void SetFixedReply(std::optional<HttpReply> reply);
 
   // While silent, requests are held unanswered (until silence ends or the server stops).
   // When silence ends, a held request whose client has hung up meanwhile is dropped without

@@ -5,11 +5,9 @@
 // external_inputs=N. /io.cgi answers the states: relay=0|1 (when the camera has a relay) and
 // io=0|1, the state of external input 1 (when it has inputs); /io.cgi?relay=1 (or 0) switches
 // the relay and answers the states. Rows end in LF. Other paths answer 404.
-#include <mutex>
 #include <string>
-#include <vector>
 
-#include "http_sim_server.h"
+#include "http_sim.h"
 
 namespace vmio::sim {
 
@@ -19,38 +17,17 @@ struct StarDotSimOptions {
   HttpAuth auth;
 };
 
-class StarDotSim {
+class StarDotSim : public HttpSim {
  public:
   explicit StarDotSim(StarDotSimOptions options = {});
-  ~StarDotSim();
-  StarDotSim(const StarDotSim&) = delete;
-  StarDotSim& operator=(const StarDotSim&) = delete;
-
-  void Start(const std::string& host = "127.0.0.1", int port = 0);
-  // What StarDot::Connect takes (credentials included when the device requires them).
-  std::string DeviceString() const { return server_.DeviceString(); }
-  // Request counts and log, silence.
-  HttpSimServer& Server() { return server_; }
-
-  bool HasRelay() const { return options_.relay; }
-  int Inputs() const { return options_.inputs; }
-  // External inputs by 1-based number; std::out_of_range outside them. Thread-safe.
-  void SetInput(int number, bool active);
-  bool Input(int number) const;
-  // The relay's state (false on a camera without one); SetRelay switches it locally.
-  bool Relay() const;
-  void SetRelay(bool active);
+  ~StarDotSim() override { Stop(); }
+  // Points(): external inputs by 1-based number; the relay, when the camera has one, is output 1.
 
  private:
-  HttpReply Handle(const HttpRequestInfo& request);
+  HttpReply Handle(const HttpRequestInfo& request) override;
   std::string States() const;
-  size_t Slot(int number) const;
 
   const StarDotSimOptions options_;
-  mutable std::mutex mutex_;
-  std::vector<bool> inputs_;
-  bool relay_ = false;
-  HttpSimServer server_;  // last: its threads stop before the state above goes
 };
 
 }  // namespace vmio::sim

@@ -1,7 +1,6 @@
 #include "vivotek_sim.h"
 
 #include <charconv>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -18,43 +17,11 @@ int ItemNumber(std::string_view name, std::string_view prefix) {
   return ec == std::errc() && end == name.data() + name.size() ? n : -1;
 }
 
-// The slot of a 1-based number.
-size_t Slot(const std::vector<bool>& states, int number, const char* what) {
-  if (number < 1 || static_cast<size_t>(number) > states.size())
-    throw std::out_of_range(std::string("no ") + what + " " + std::to_string(number));
-  return static_cast<size_t>(number - 1);
-}
-
 }  // namespace
 
-VivotekSim::VivotekSim(VivotekSimOptions options)
-    : options_(std::move(options)),
-      inputs_(static_cast<size_t>(options_.inputs), false),
-      outputs_(static_cast<size_t>(options_.outputs), false),
-      server_([this](const HttpRequestInfo& r) { return Handle(r); }, options_.auth) {}
-
-VivotekSim::~VivotekSim() { server_.Stop(); }
-
-void VivotekSim::Start(const std::string& host, int port) { server_.Start(host, port); }
-
-void VivotekSim::SetInput(int number, bool active) {
-  std::lock_guard lock(mutex_);
-  inputs_[Slot(inputs_, number, "input")] = active;
-}
-
-bool VivotekSim::Input(int number) const {
-  std::lock_guard lock(mutex_);
-  return inputs_[Slot(inputs_, number, "input")];
-}
-
-void VivotekSim::SetOutput(int number, bool active) {
-  std::lock_guard lock(mutex_);
-  outputs_[Slot(outputs_, number, "output")] = active;
-}
-
-bool VivotekSim::Output(int number) const {
-  std::lock_guard lock(mutex_);
-  return outputs_[Slot(outputs_, number, "output")];
+VivotekSim::VivotekSim(VivotekSimOptions options) : HttpSim(options.auth), options_(std::move(options)) {
+  points_.Add(PointKind::Input, options_.inputs);
+  points_.Add(PointKind::Output, options_.outputs);
 }
 
 std::string VivotekSim::Row(const std::string& key, const std::string& value) const {
@@ -83,16 +50,17 @@ HttpReply VivotekSim::Capabilities(const std::string& query) const {
   return {200, body};
 }
 
-HttpReply VivotekSim::States(const std::string& query, const std::vector<bool>& states, const char* prefix) const {
+HttpReply VivotekSim::States(const std::string& query, PointKind kind, const char* prefix) const {
   std::string body;
   const std::vector<QueryItem> wanted = SplitQuery(query);
+  const int count = points_.Count(kind);
+  const auto state = [&](int n) { return std::to_string(points_.Get(kind, n + 1)); };
   if (wanted.empty()) {
-    for (size_t n = 0; n < states.size(); ++n) body += Row(prefix + std::to_string(n), states[n] ? "1" : "0");
+    for (int n = 0; n < count; ++n) body += Row(prefix + std::to_string(n), state(n));
   }
   for (const QueryItem& item : wanted) {
     const int n = ItemNumber(item.name, prefix);
-    if (n >= 0 && static_cast<size_t>(n) < states.size())
-      body += Row(item.name, states[static_cast<size_t>(n)] ? "1" : "0");
+    if (n >= 0 && n < count) body += Row(item.name, state(n));
   }
   return {200, body};
 }
@@ -101,18 +69,17 @@ HttpReply VivotekSim::SwitchOutputs(const std::string& query) {
   std::string body;
   for (const QueryItem& item : SplitQuery(query)) {
     const int n = ItemNumber(item.name, "do");
-    if (n < 0 || static_cast<size_t>(n) >= outputs_.size() || (item.value != "0" && item.value != "1")) continue;
-    outputs_[static_cast<size_t>(n)] = item.value == "1";
+    if (n < 0 || n >= points_.Outputs() || (item.value != "0" && item.value != "1")) continue;
+    points_.SetOutput(n + 1, item.value == "1" ? 1 : 0);
     body += Row(item.name, item.value);
   }
   return {200, body};
 }
 
 HttpReply VivotekSim::Handle(const HttpRequestInfo& request) {
-  std::lock_guard lock(mutex_);
   if (request.path == "/cgi-bin/viewer/getparam.cgi") return Capabilities(request.query);
-  if (request.path == "/cgi-bin/dido/getdi.cgi") return States(request.query, inputs_, "di");
-  if (request.path == "/cgi-bin/dido/getdo.cgi") return States(request.query, outputs_, "do");
+  if (request.path == "/cgi-bin/dido/getdi.cgi") return States(request.query, PointKind::Input, "di");
+  if (request.path == "/cgi-bin/dido/getdo.cgi") return States(request.query, PointKind::Output, "do");
   if (request.path == "/cgi-bin/dido/setdo.cgi") return SwitchOutputs(request.query);
   return {404, "Not Found\n"};
 }

@@ -10,11 +10,9 @@
 // for do0, do1, ...; /cgi-bin/dido/setdo.cgi?do0=1 switches output do0 and answers its new
 // state. Device numbers are 0-based; names outside the device are left out of a reply. Rows end
 // in CR LF. Other paths answer 404.
-#include <mutex>
 #include <string>
-#include <vector>
 
-#include "http_sim_server.h"
+#include "http_sim.h"
 
 namespace vmio::sim {
 
@@ -26,40 +24,21 @@ struct VivotekSimOptions {
   HttpAuth auth;
 };
 
-class VivotekSim {
+class VivotekSim : public HttpSim {
  public:
   explicit VivotekSim(VivotekSimOptions options = {});
-  ~VivotekSim();
-  VivotekSim(const VivotekSim&) = delete;
-  VivotekSim& operator=(const VivotekSim&) = delete;
-
-  void Start(const std::string& host = "127.0.0.1", int port = 0);
-  // What Vivotek::Connect takes (credentials included when the device requires them).
-  std::string DeviceString() const { return server_.DeviceString(); }
-  // Request counts and log, silence.
-  HttpSimServer& Server() { return server_; }
-
-  int Inputs() const { return options_.inputs; }
-  int Outputs() const { return options_.outputs; }
-  // States by 1-based number (input 1 is di0); std::out_of_range outside them. Thread-safe.
-  void SetInput(int number, bool active);
-  bool Input(int number) const;
-  // An output switched by something other than the driver (a local alarm rule, say).
-  void SetOutput(int number, bool active);
-  bool Output(int number) const;
+  ~VivotekSim() override { Stop(); }
+  // Points(): inputs and outputs by 1-based number (input 1 is di0). Setting an output stands for
+  // something other than the driver switching it (a local alarm rule, say).
 
  private:
-  HttpReply Handle(const HttpRequestInfo& request);
+  HttpReply Handle(const HttpRequestInfo& request) override;
   HttpReply Capabilities(const std::string& query) const;
-  HttpReply States(const std::string& query, const std::vector<bool>& states, const char* prefix) const;
+  HttpReply States(const std::string& query, PointKind kind, const char* prefix) const;
   HttpReply SwitchOutputs(const std::string& query);
   std::string Row(const std::string& key, const std::string& value) const;
 
   const VivotekSimOptions options_;
-  mutable std::mutex mutex_;
-  std::vector<bool> inputs_;
-  std::vector<bool> outputs_;
-  HttpSimServer server_;  // last: its threads stop before the state above goes
 };
 
 }  // namespace vmio::sim

@@ -1,6 +1,7 @@
 #pragma once
 // Elapsed time on the system's 32-bit millisecond tick counter.
 #include <cstdint>
+#include <optional>
 
 namespace vmio {
 
@@ -13,8 +14,16 @@ int32_t TickCount();
 int32_t TickDiff(int32_t start);
 int32_t TickDiff(int32_t start, int32_t end);
 
-// The drivers' state caches: values read less than 501 ms ago are served from the port table,
-// so a host polling every port costs about two requests a second per group.
-inline bool CacheIsFresh(int32_t lastReadTick) { return TickDiff(lastReadTick) < 501; }
+// A driver's state cache: values read less than 501 ms ago are served from the port table, so a
+// host polling every port costs about two requests a second per group. A cache never read is
+// stale, whatever the tick counter says.
+class StateCache {
+ public:
+  bool Stale() const { return !read_tick_ || TickDiff(*read_tick_) >= 501; }
+  void MarkFresh() { read_tick_ = TickCount(); }
+
+ private:
+  std::optional<int32_t> read_tick_;
+};
 
 }  // namespace vmio

@@ -6,6 +6,13 @@
 
 namespace vmio {
 
+void PortTableDevice::Connect(const std::string& Device) {
+  Host = Device;
+  Connected = false;
+  BuildPortTable();
+  Connected = true;
+}
+
 void PortTableDevice::Disconnect() {
   Connected = false;
   Host.clear();
@@ -28,7 +35,6 @@ int32_t PortTableDevice::PortType(int32_t Index) {
 
 void PortTableDevice::ResizePorts(int64_t count) {
   if (count < 0 || count > kMaxPorts) {
-    Connected = false;
     if (count < 0) Raise(9);
     if (count > INT32_MAX) Raise(6);
     Raise(7);
@@ -38,17 +44,22 @@ void PortTableDevice::ResizePorts(int64_t count) {
   PortValues.assign(static_cast<size_t>(count), false);
 }
 
-void PortTableDevice::CheckIndex(int32_t Index) const {
+void PortTableDevice::FillDirections(int32_t inputs) {
+  for (int32_t i = 0; i < PortCount; ++i)
+    PortDirections[static_cast<size_t>(i)] = i < inputs ? IOInput : IOBidirectional;
+}
+
+void PortTableDevice::CheckIndex(int32_t Index) {
   if (Index < 0 || Index >= PortCount) Raise(9);
 }
 
 bool PortTableDevice::Value(int32_t Index) const {
-  CheckIndex(Index);
+  if (Index < 0 || static_cast<size_t>(Index) >= PortValues.size()) Raise(9);
   return PortValues[static_cast<size_t>(Index)];
 }
 
 void PortTableDevice::SetValue(int32_t Index, bool state) {
-  CheckIndex(Index);
+  if (Index < 0 || static_cast<size_t>(Index) >= PortValues.size()) Raise(9);
   PortValues[static_cast<size_t>(Index)] = state;
 }
 

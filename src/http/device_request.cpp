@@ -1,5 +1,6 @@
 #include "http/device_request.h"
 
+#include "core/errors.h"
 #include "core/string_encoding.h"
 #include "vmio/error.h"
 
@@ -31,11 +32,15 @@ bool HttpDevice::LastStatusIs200() const {
   return headers.size() >= 12 && headers.compare(9, 3, "200") == 0;
 }
 
-bool HttpDevice::RequestPath(std::string_view Path) {
+std::optional<std::string> HttpDevice::RequestPath(std::string_view Path) {
   std::optional<std::string> body = TryGet(Path);
-  if (!body) return false;
-  LastReply = std::move(*body);
-  return LastStatusIs200();
+  if (body && !LastStatusIs200()) body.reset();
+  return body;
+}
+
+std::string HttpDevice::RequireConnectReply(std::optional<std::string> reply) {
+  if (!reply) RaiseConnectionFailed();
+  return std::move(*reply);
 }
 
 }  // namespace vmio

@@ -18,10 +18,10 @@ class HttpDevice : public PortTableDevice {
  protected:
   HttpDevice();
 
-  // GET "http://" + Host + Path. True when the transport succeeded and the status is 200.
-  // Whenever the transport succeeded, LastReply takes the body (code page 1252), even when
-  // the status is not 200; after a transport failure it keeps the previous reply. Never raises.
-  bool RequestPath(std::string_view Path);
+  // GET "http://" + Host + Path: the body (code page 1252) when the transport succeeded and the
+  // status is 200; nothing otherwise (an authorisation failure or a missing CGI as much as a
+  // dead device). Never raises.
+  std::optional<std::string> RequestPath(std::string_view Path);
 
   // GET "http://" + Host + Path: the body decoded with code page 1252, or nothing when the
   // transport failed. Never raises. The building block of the drivers' own routines.
@@ -31,8 +31,10 @@ class HttpDevice : public PortTableDevice {
   // Whether the last successful request's status line carries "200" at characters 10-12.
   bool LastStatusIs200() const;
 
+  // The first reply of Connect, or 45001 "Unable to connect to the device" when there is none.
+  static std::string RequireConnectReply(std::optional<std::string> reply);
+
   HTTPClient client;
-  std::string LastReply;
 
  private:
   std::string Url(std::string_view Path) const;

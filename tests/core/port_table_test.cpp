@@ -10,11 +10,9 @@ namespace {
 // The smallest driver: two inputs and one read-back output, no device behind it.
 class TwoInOneOut : public PortTableDevice {
  public:
-  void Connect(const std::string& Device) override {
-    Host = Device;
+  void BuildPortTable() override {
     ResizePorts(3);
-    PortDirections = {IOInput, IOInput, IOBidirectional};
-    Connected = true;
+    FillDirections(2);
   }
   std::string PortName(int32_t) override { return {}; }
   Variant PortValue(int32_t Index) override {

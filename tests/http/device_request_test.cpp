@@ -16,10 +16,9 @@ using sim::HttpSimServer;
 
 class ProbeDevice final : public HttpDevice {
  public:
-  using HttpDevice::Host;
-  using HttpDevice::LastReply;
   using HttpDevice::RequestPath;
-  void Connect(const std::string& Device) override { Host = Device; }
+  using HttpDevice::TryGet;
+  void BuildPortTable() override {}
   std::string PortName(int32_t) override { return {}; }
   Variant PortValue(int32_t) override { return {}; }
   void PortValue(int32_t, const Variant&) override {}
@@ -30,36 +29,32 @@ HttpReply Answer(const HttpRequestInfo& req) {
   return {200, "caf\xE9 " + req.query};  // code page 1252 on the wire
 }
 
-TEST(DeviceRequestTest, TrueOnlyFor200ButEveryReplyIsKept) {
+TEST(DeviceRequestTest, GivesTheBodyOnlyFor200) {
   HttpSimServer server(Answer, {AuthScheme::Digest, "root", "pass"});
   server.Start();
   ProbeDevice device;
 
-  device.Connect(server.Authority());  // no credentials: the 401 page is the reply
-  EXPECT_FALSE(device.RequestPath("/io?x=1"));
-  EXPECT_NE(device.LastReply.find("401 Unauthorized"), std::string::npos) << device.LastReply;
+  device.Connect(server.Authority());  // no credentials: a 401 page, which is no answer
+  EXPECT_EQ(device.RequestPath("/io?x=1"), std::nullopt);
+  const std::optional<std::string> page = device.TryGet("/io?x=1");
+  ASSERT_TRUE(page);
+  EXPECT_NE(page->find("401 Unauthorized"), std::string::npos) << *page;
 
   device.Connect(server.DeviceString());  // "root:pass@127.0.0.1:PORT"
-  EXPECT_TRUE(device.RequestPath("/io?x=1"));
-  EXPECT_EQ(device.LastReply, "caf\xC3\xA9 x=1");
-
-  EXPECT_FALSE(device.RequestPath("/missing"));
-  EXPECT_EQ(device.LastReply, "no such CGI");
+  EXPECT_EQ(device.RequestPath("/io?x=1"), "caf\xC3\xA9 x=1");
+  EXPECT_EQ(device.RequestPath("/missing"), std::nullopt);
   EXPECT_EQ(server.RequestLog(), (std::vector<std::string>{"/io?x=1", "/missing"}));
 
-  // A transport failure keeps the previous reply and raises nothing.
-  EXPECT_TRUE(device.RequestPath("/io?x=2"));
+  // A transport failure raises nothing.
   server.Stop();
-  EXPECT_FALSE(device.RequestPath("/io?x=3"));
-  EXPECT_EQ(device.LastReply, "caf\xC3\xA9 x=2");
+  EXPECT_EQ(device.RequestPath("/io?x=3"), std::nullopt);
 }
 
 TEST(DeviceRequestTest, IdentifiesItselfAsTheEngine) {
   test::RecordingPeer rec;
   ProbeDevice device;
   device.Connect(rec.peer.Url("").substr(7));
-  EXPECT_TRUE(device.RequestPath("/axis-cgi/io/port.cgi?check=1"));
-  EXPECT_EQ(device.LastReply, "ok");
+  EXPECT_EQ(device.RequestPath("/axis-cgi/io/port.cgi?check=1"), "ok");
   const std::string request = rec.Request(0);
   EXPECT_TRUE(request.starts_with("GET /axis-cgi/io/port.cgi?check=1 HTTP/1.1\r\n")) << request;
   EXPECT_NE(request.find("\r\nUser-Agent: Vastmere IO Engine\r\n"), std::string::npos) << request;

@@ -1,12 +1,17 @@
-// The port-table and write rules every Boolean-port driver shares, checked on each driver
-// against its simulator. They live once in the shared port table and request routine: a
-// regression there shows up here for every make at once.
+// What every Boolean-port driver shares, checked once on each driver against its simulator:
+// the port-table and write rules, the 500 ms state cache, what a failed Connect leaves behind,
+// and a device that stops answering. The behaviour lives once in the shared port table, cache
+// and request routine: a regression there shows up here for every make at once.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
+#include <thread>
 #include <type_traits>
+#include <vector>
 
 #include "acti_sim.h"
 #include "adam_sim.h"
@@ -20,6 +25,7 @@
 #include "devices/http/stardot.h"
 #include "devices/http/vivotek.h"
 #include "genie_sim.h"
+#include "http_sim_server.h"
 #include "stardot_sim.h"
 #include "support/raised.h"
 #include "vivotek_sim.h"
@@ -33,107 +39,209 @@ static_assert(std::is_base_of_v<HttpDevice, Axis> && std::is_base_of_v<HttpDevic
               std::is_base_of_v<HttpDevice, Genie> && std::is_base_of_v<HttpDevice, AviosysPDU>);
 static_assert(std::is_base_of_v<PortTableDevice, ADAM>);
 
+using namespace std::chrono_literals;
 using test::Raised;
+
+constexpr char kUnableToConnect[] = "45001 Unable to connect to the device";
+
+// A driver and the simulated device it talks to.
+struct Rig {
+  std::shared_ptr<void> device_keeper;
+  std::shared_ptr<IODevice> driver;
+  std::string device;
+  sim::HttpSimServer* server = nullptr;  // HTTP makes only
+  std::function<int()> requests;         // requests the device has received
+};
 
 struct Make {
   std::string name;
-  // Starts the simulated device, keeps it in `device_keeper`, returns the driver and the
-  // device string.
-  std::function<std::shared_ptr<IODevice>(std::shared_ptr<void>& device_keeper, std::string& device)> start;
-  // Whether directions answer after Disconnect (one make checks the connection first).
-  bool directions_after_disconnect = true;
+  std::function<Rig()> start;
+  std::string unreachable;  // what Connect raises when nothing listens
+  // A first reply that reports a port count below zero; empty when the make reports none.
+  std::string negative_count_reply;
+  // What a read raises when the device holds it past the receive time-out; empty: not HTTP.
+  std::string silent_read = "45005 Unable to connect to the device";
+  bool directions_after_disconnect = true;  // one make checks the connection first
 };
 
+void PrintTo(const Make& make, std::ostream* os) { *os << make.name; }
+
 template <class Sim, class Options>
-std::shared_ptr<IODevice> StartHttp(const char* progid, Options options, std::shared_ptr<void>& keeper,
-                                    std::string& device) {
+Rig StartHttp(const char* progid, Options options = {}) {
   auto sim = std::make_shared<Sim>(std::move(options));
   sim->Start();
-  device = sim->DeviceString();
-  keeper = sim;
-  return std::dynamic_pointer_cast<IODevice>(CreateObject(progid));
+  Rig rig;
+  rig.device = sim->DeviceString();
+  rig.server = &sim->Server();
+  rig.requests = [server = rig.server] { return server->RequestCount(); };
+  rig.device_keeper = sim;
+  rig.driver = std::dynamic_pointer_cast<IODevice>(CreateObject(progid));
+  return rig;
 }
 
 std::vector<Make> Makes() {
   std::vector<Make> makes;
-  makes.push_back({"Axis", [](auto& keeper, auto& device) {
-                     return StartHttp<sim::AxisSim>("VMIO.Axis", sim::AxisSimOptions{}, keeper, device);
-                   }});
-  makes.push_back({"Vivotek", [](auto& keeper, auto& device) {
-                     return StartHttp<sim::VivotekSim>("VMIO.Vivotek", sim::VivotekSimOptions{}, keeper, device);
-                   }});
-  makes.push_back({"ACTi", [](auto& keeper, auto& device) {
-                     return StartHttp<sim::ACTiSim>("VMIO.ACTi", sim::ACTiSimOptions{}, keeper, device);
-                   }});
-  makes.push_back({"StarDot", [](auto& keeper, auto& device) {
-                     return StartHttp<sim::StarDotSim>("VMIO.StarDot", sim::StarDotSimOptions{}, keeper, device);
-                   }});
-  makes.push_back({"Genie", [](auto& keeper, auto& device) {
-                     return StartHttp<sim::GenieSim>("VMIO.Genie", sim::GenieSimOptions{}, keeper, device);
-                   }});
+  makes.push_back({"Axis", [] { return StartHttp<sim::AxisSim, sim::AxisSimOptions>("VMIO.Axis"); }, kUnableToConnect,
+                   "root.Input.NbrOfInputs=-5\n"});
+  makes.push_back({"Vivotek", [] { return StartHttp<sim::VivotekSim, sim::VivotekSimOptions>("VMIO.Vivotek"); },
+                   kUnableToConnect, "capability_ndi='-5'\r\n"});
+  makes.push_back(
+      {"ACTi", [] { return StartHttp<sim::ACTiSim, sim::ACTiSimOptions>("VMIO.ACTi"); }, kUnableToConnect, ""});
+  makes.push_back({"StarDot", [] { return StartHttp<sim::StarDotSim, sim::StarDotSimOptions>("VMIO.StarDot"); },
+                   "13104 Failed to connect to the HTTP server.", "external_inputs=-5\n",
+                   "13104 Failed to connect to the HTTP server."});
+  makes.push_back(
+      {"Genie", [] { return StartHttp<sim::GenieSim, sim::GenieSimOptions>("VMIO.Genie"); }, kUnableToConnect, ""});
   makes.push_back({"AviosysPDU",
-                   [](auto& keeper, auto& device) {
+                   [] {
                      sim::AviosysSimOptions options;
                      options.fixed_model = true;  // the model with inputs
-                     return StartHttp<sim::AviosysSim>("VMIO.AviosysPDU", options, keeper, device);
+                     return StartHttp<sim::AviosysSim>("VMIO.AviosysPDU", options);
                    },
-                   false});
-  makes.push_back({"ADAM", [](auto& keeper, auto& device) {
+                   kUnableToConnect, "-5", "45005 Unable to connect to the device", false});
+  makes.push_back({"ADAM",
+                   [] {
                      auto sim = std::make_shared<sim::AdamSim>();
                      sim->Start();
-                     device = sim->DeviceString();
-                     keeper = sim;
-                     return std::static_pointer_cast<IODevice>(
-                         std::make_shared<ADAM>(static_cast<uint16_t>(sim->UdpPort())));
-                   }});
+                     Rig rig;
+                     rig.device = sim->DeviceString();
+                     rig.requests = [s = sim.get()] { return s->RequestCount(); };
+                     rig.driver = std::make_shared<ADAM>(static_cast<uint16_t>(sim->UdpPort()));
+                     rig.device_keeper = sim;
+                     return rig;
+                   },
+                   "45001 Connection failed", "", ""});
   return makes;
 }
 
 class SharedRules : public testing::TestWithParam<Make> {};
 
-TEST_P(SharedRules, HoldForThisMake) {
-  std::shared_ptr<void> keeper;
-  std::string device;
-  const std::shared_ptr<IODevice> d = GetParam().start(keeper, device);
-  ASSERT_TRUE(d);
+TEST_P(SharedRules, PortTableAndWriteRules) {
+  const Rig rig = GetParam().start();
+  IODevice& d = *rig.driver;
 
-  EXPECT_EQ(Raised([&] { d->Ports(); }), "45003 Not connected");
-  EXPECT_EQ(Raised([&] { d->PortValue(0); }), "45003 Not connected");
-  EXPECT_EQ(Raised([&] { d->PortValue(0, true); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { d.Ports(); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { d.PortValue(0); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { d.PortValue(0, Variant(true)); }), "45003 Not connected");
 
-  d->Connect(device);
-  const int32_t ports = d->Ports();
+  d.Connect(rig.device);
+  const int32_t ports = d.Ports();
   ASSERT_GT(ports, 0);
-  EXPECT_EQ(Raised([&] { d->PortDirection(-1); }), "9 Subscript out of range");
-  EXPECT_EQ(Raised([&] { d->PortDirection(ports); }), "9 Subscript out of range");
-  EXPECT_EQ(Raised([&] { d->PortType(ports); }), "9 Subscript out of range");
+  for (const int32_t bad : {-1, ports}) {
+    EXPECT_EQ(Raised([&] { d.PortDirection(bad); }), "9 Subscript out of range");
+    EXPECT_EQ(Raised([&] { d.PortType(bad); }), "9 Subscript out of range");
+    EXPECT_EQ(Raised([&] { d.PortName(bad); }), "9 Subscript out of range");
+    EXPECT_EQ(Raised([&] { d.PortValue(bad); }), "9 Subscript out of range");
+  }
 
   int32_t input = -1, output = -1;
   for (int32_t i = 0; i < ports; ++i) {
-    EXPECT_EQ(d->PortType(i), vtBool);
-    const int32_t direction = d->PortDirection(i);
+    EXPECT_EQ(d.PortType(i), vtBool);
+    const int32_t direction = d.PortDirection(i);
     if (direction == IOInput && input < 0) input = i;
     if (direction == IOBidirectional && output < 0) output = i;
-    EXPECT_TRUE(d->PortValue(i).IsBool());
+    EXPECT_TRUE(d.PortValue(i).IsBool());
   }
   ASSERT_GE(input, 0);
   ASSERT_GE(output, 0);
-  EXPECT_EQ(Raised([&] { d->PortValue(input, true); }),
-            "45004 Port " + std::to_string(input + 1) + "is not an output port");
-  EXPECT_EQ(Raised([&] { d->PortValue(output, int32_t{1}); }), "13 Type mismatch");
-  const bool before = d->PortValue(output).AsBool();
-  EXPECT_EQ(Raised([&] { d->PortValue(output, !before); }), "none");
-  EXPECT_EQ(d->PortValue(output), Variant(!before));
 
-  d->Disconnect();
-  EXPECT_EQ(Raised([&] { d->Ports(); }), "45003 Not connected");
-  EXPECT_EQ(Raised([&] { d->PortValue(output); }), "45003 Not connected");
+  // Refused writes send nothing.
+  const int before_refusals = rig.requests();
+  EXPECT_EQ(Raised([&] { d.PortValue(input, Variant(true)); }),
+            "45004 Port " + std::to_string(input + 1) + "is not an output port");
+  EXPECT_EQ(Raised([&] { d.PortValue(output, Variant(int32_t{1})); }), "13 Type mismatch");
+  EXPECT_EQ(Raised([&] { d.PortValue(output, Variant("True")); }), "13 Type mismatch");
+  EXPECT_EQ(rig.requests(), before_refusals);
+
+  const bool before = d.PortValue(output).AsBool();
+  EXPECT_EQ(Raised([&] { d.PortValue(output, Variant(!before)); }), "none");
+  EXPECT_EQ(d.PortValue(output), Variant(!before));
+
+  d.Disconnect();
+  EXPECT_EQ(Raised([&] { d.Ports(); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { d.PortValue(output); }), "45003 Not connected");
+  EXPECT_EQ(Raised([&] { d.PortValue(output, Variant(true)); }), "45003 Not connected");
   if (GetParam().directions_after_disconnect) {
-    EXPECT_EQ(d->PortDirection(output), IOBidirectional);
-    EXPECT_EQ(d->PortType(input), vtBool);
+    EXPECT_EQ(d.PortDirection(output), IOBidirectional);
+    EXPECT_EQ(d.PortType(input), vtBool);
   } else {
-    EXPECT_EQ(Raised([&] { d->PortDirection(output); }), "45003 Not connected");
+    EXPECT_EQ(Raised([&] { d.PortDirection(output); }), "45003 Not connected");
   }
+}
+
+TEST_P(SharedRules, ReadsWithinHalfASecondComeFromTheCache) {
+  const Rig rig = GetParam().start();
+  IODevice& d = *rig.driver;
+  d.Connect(rig.device);
+
+  // A cache never read is stale, however long the system has been up.
+  int requests = rig.requests();
+  d.PortValue(0);
+  EXPECT_GT(rig.requests(), requests);
+
+  for (int32_t i = 0; i < d.Ports(); ++i) d.PortValue(i);  // every group read once
+  requests = rig.requests();
+  std::this_thread::sleep_for(100ms);
+  for (int32_t i = 0; i < d.Ports(); ++i) d.PortValue(i);
+  EXPECT_EQ(rig.requests(), requests);
+
+  std::this_thread::sleep_for(600ms);
+  d.PortValue(0);
+  EXPECT_GT(rig.requests(), requests);
+}
+
+TEST_P(SharedRules, AFailedConnectLeavesTheObjectUnconnected) {
+  std::string gone;
+  {
+    const Rig rig = GetParam().start();
+    gone = rig.device;
+  }
+  const Rig rig = GetParam().start();
+  IODevice& d = *rig.driver;
+  EXPECT_EQ(Raised([&] { d.Connect(gone); }), GetParam().unreachable);
+  EXPECT_EQ(Raised([&] { d.Ports(); }), "45003 Not connected");
+  if (!rig.server) return;
+
+  // Replies of a broken or hostile device: whatever Connect makes of them, it either connects
+  // or leaves the object unconnected. A count below zero is refused like any the table cannot
+  // take.
+  const std::string negative = GetParam().negative_count_reply;
+  for (const std::string& reply :
+       {std::string(), std::string("=\n=\r\n,="), std::string("garbage"),
+        std::string("root.Input.NbrOfInputs=1\nroot.IOPort.I7.Direction=input\n"), negative}) {
+    SCOPED_TRACE("reply \"" + reply + "\"");
+    rig.server->SetFixedReply(sim::HttpReply{200, reply});
+    const auto driver = std::dynamic_pointer_cast<IODevice>(CreateObject("VMIO." + GetParam().name));
+    const std::string raised = Raised([&] { driver->Connect(rig.device); });
+    if (!negative.empty() && reply == negative) {
+      EXPECT_EQ(raised, "9 Subscript out of range");
+    }
+    if (raised == "none") {
+      EXPECT_GE(driver->Ports(), 0);
+    } else {
+      EXPECT_EQ(Raised([&] { driver->Ports(); }), "45003 Not connected") << "after " << raised;
+    }
+  }
+}
+
+TEST_P(SharedRules, ASilentDeviceFailsTheReadAfterTheReceiveTimeOut) {
+  if (GetParam().silent_read.empty()) GTEST_SKIP() << "not an HTTP device";
+  const Rig rig = GetParam().start();
+  IODevice& d = *rig.driver;
+  d.Connect(rig.device);
+
+  rig.server->SetSilent(true);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Raised([&] { d.PortValue(0); }), GetParam().silent_read);
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, 4500ms);
+  EXPECT_LT(waited, 8000ms);
+
+  // The failed read did not restart the cache: once the device answers, the next read asks.
+  rig.server->SetSilent(false);
+  const int requests = rig.requests();
+  EXPECT_TRUE(d.PortValue(0).IsBool());
+  EXPECT_GT(rig.requests(), requests);
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryMake, SharedRules, testing::ValuesIn(Makes()),

@@ -195,17 +195,17 @@ TEST(ModbusT, ConnectFailuresAndTheStateTheyLeave) {
 TEST(ModbusT, ReadsAndSwitchesCoilsOfALibmodbusServer) {
   sim::AdamSim device({.model = "6050"});
   device.Start();
-  for (int i : {0, 3, 9}) device.SetInput(i, true);
+  for (int i : {0, 3, 9}) device.Points().SetInput(i + 1, true);
   ModbusT modbus;
   ASSERT_TRUE(modbus.Connect("127.0.0.1", static_cast<uint16_t>(device.ModbusPort())));
   EXPECT_EQ(modbus.GetCoilData(0, 32), (Bytes{0x09, 0x02, 0x00, 0x00}));
 
   modbus.SetCoilState(17, true);
-  EXPECT_TRUE(device.Relay(1));
-  EXPECT_FALSE(device.Relay(0));
+  EXPECT_TRUE(device.Points().Output(2));
+  EXPECT_FALSE(device.Points().Output(1));
   EXPECT_EQ(modbus.GetCoilData(16, 6), Bytes{0x02});
   modbus.SetCoilState(17, false);
-  EXPECT_FALSE(device.Relay(1));
+  EXPECT_FALSE(device.Points().Output(2));
 
   // The server's own exceptions: reading past its coils, writing an input.
   const std::string illegalAddress = "46005 Modbus exception 2occured";

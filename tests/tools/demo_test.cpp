@@ -16,17 +16,14 @@
 namespace vmio::cli {
 namespace {
 
-std::shared_ptr<void> NoSimulator(std::string& device) {
-  device = "operator:hunter2@127.0.0.1:9";
-  return nullptr;
-}
+sim::RunningDevice NoSimulator() { return {nullptr, "operator:hunter2@127.0.0.1:9"}; }
 
 TEST(Demo, RunsEveryRegisteredDriverAgainstItsSimulator) {
-  const std::span<const DemoTarget> targets = DemoTargets();
+  const std::vector<SimMake> targets = DemoTargets();
   std::ostringstream out;
   EXPECT_EQ(RunDemo(targets, out), 0) << out.str();
   const std::string text = out.str();
-  for (const DemoTarget& t : targets) {
+  for (const SimMake& t : targets) {
     const std::regex summary("\n  " + std::string(t.progid) +
                              " +[0-9]+ ports?, [0-9]+ reads?, (write checked|no outputs)\n");
     EXPECT_TRUE(std::regex_search(text, summary)) << t.progid << "\n" << text;
@@ -37,9 +34,9 @@ TEST(Demo, RunsEveryRegisteredDriverAgainstItsSimulator) {
 }
 
 TEST(Demo, ReportsEachFailingTargetAndGoesOnWithTheRest) {
-  const DemoTarget targets[] = {
+  const SimMake targets[] = {
       {"VMIO.NoSuchDriver", &NoSimulator},
-      {"VMIO.IODevice", [](std::string&) -> std::shared_ptr<void> { throw std::runtime_error("address in use"); }},
+      {"VMIO.IODevice", []() -> sim::RunningDevice { throw std::runtime_error("address in use"); }},
       {"VMIO.IODevice", &NoSimulator, [](Object&) { throw AutomationError(13); }},
       {"VMIO.IODevice", &NoSimulator},
   };
@@ -58,21 +55,38 @@ TEST(Demo, ReportsEachFailingTargetAndGoesOnWithTheRest) {
   EXPECT_EQ(text.find("hunter2"), std::string::npos);
 }
 
+TEST(Demo, RunsWhileOtherModulesServeTheModelQueryPort) {
+  // Each simulated module answers its model query on UDP 1025 of its own loopback address.
+  const SimMake* adam = sim::FindMake("VMIO.ADAM");
+  ASSERT_TRUE(adam);
+  const sim::RunningDevice first = adam->start();
+  const sim::RunningDevice second = adam->start();
+  const auto host = [](const std::string& device) { return device.substr(0, device.find(':')); };
+  EXPECT_NE(host(first.device), host(second.device));
+  for (const std::string& device : {first.device, second.device}) {
+    const auto object = CreateObject("VMIO.ADAM");
+    auto& io = dynamic_cast<IODevice&>(*object);
+    io.Connect(device);
+    EXPECT_EQ(io.Ports(), 12) << device;  // the fixture's 6060
+  }
+  std::ostringstream out;
+  EXPECT_EQ(RunDemo(DemoTargets(), out), 0) << out.str();
+}
+
 // A registered simulated device without set-up, and its first port that reads back from the
 // device an output it can switch; nothing when no target has one.
 struct SwitchableOutput {
-  const DemoTarget* target = nullptr;
+  const SimMake* target = nullptr;
   int32_t index = -1;
 };
 
-SwitchableOutput FindSwitchableOutput(std::span<const DemoTarget> targets) {
-  for (const DemoTarget& t : targets) {
+SwitchableOutput FindSwitchableOutput(std::span<const SimMake> targets) {
+  for (const SimMake& t : targets) {
     if (t.prepare) continue;
-    std::string device;
-    const auto simulator = t.start(device);
+    const sim::RunningDevice running = t.start();
     const auto object = CreateObject(t.progid);
     auto& io = dynamic_cast<IODevice&>(*object);
-    io.Connect(device);
+    io.Connect(running.device);
     for (int32_t i = 0; i < io.Ports(); ++i) {
       if (io.PortDirection(i) == IOBidirectional && io.PortType(i) == vtBool) return {&t, i};
     }
@@ -81,11 +95,11 @@ SwitchableOutput FindSwitchableOutput(std::span<const DemoTarget> targets) {
 }
 
 TEST(Watch, PrintsTheStartingValuesAndThenAChangeMadeByAnotherHost) {
-  const std::span<const DemoTarget> targets = DemoTargets();
+  const std::vector<SimMake> targets = DemoTargets();
   const SwitchableOutput found = FindSwitchableOutput(targets);
   if (!found.target) GTEST_SKIP() << "no registered simulated device has an output that reads back";
-  std::string device;
-  const auto simulator = found.target->start(device);
+  const sim::RunningDevice running = found.target->start();
+  const std::string& device = running.device;
 
   // The other host switches the output while the watch runs.
   Variant before;
@@ -120,11 +134,10 @@ TEST(Watch, PrintsTheStartingValuesAndThenAChangeMadeByAnotherHost) {
 }
 
 TEST(Commands, PrintTheLibrarysErrorAndExit1WhenTheDeviceIsGone) {
-  const std::span<const DemoTarget> targets = DemoTargets();
-  const auto target = std::ranges::find_if(targets, [](const DemoTarget& t) { return !t.prepare; });
+  const std::vector<SimMake> targets = DemoTargets();
+  const auto target = std::ranges::find_if(targets, [](const SimMake& t) { return !t.prepare; });
   if (target == targets.end()) GTEST_SKIP() << "no registered simulated device";
-  std::string device;
-  target->start(device).reset();  // started and stopped: nothing answers there now
+  const std::string device = target->start().device;  // started and stopped: nothing answers there now
   std::istringstream in;
   std::ostringstream out, err;
   const std::vector<std::string> args{"ports", std::string(target->progid), device};

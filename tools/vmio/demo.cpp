@@ -42,14 +42,15 @@ void PrintWrapped(const std::vector<std::string>& entries, std::ostream& out) {
 }
 
 // Runs one target; the step in progress names a failure.
-Outcome RunTarget(const DemoTarget& target, std::ostream& out) {
+Outcome RunTarget(const SimMake& target, std::ostream& out) {
   Outcome outcome;
   outcome.progid = target.progid;
   std::string device;
   std::string step = "starting the simulator";
   out << target.progid << '\n';
   try {
-    const std::shared_ptr<void> simulator = target.start(device);
+    const sim::RunningDevice running = target.start();
+    device = running.device;
     step = "creating the object";
     const std::shared_ptr<Object> object = CreateObject(target.progid);  // released before the simulator
     if (target.prepare) {
@@ -115,10 +116,18 @@ Outcome RunTarget(const DemoTarget& target, std::ostream& out) {
 
 }  // namespace
 
-int RunDemo(std::span<const DemoTarget> targets, std::ostream& out) {
+std::vector<SimMake> DemoTargets() {
+  std::vector<SimMake> targets;
+  for (const ClassInfo& c : Classes()) {
+    if (const SimMake* make = sim::FindMake(c.progid)) targets.push_back(*make);
+  }
+  return targets;
+}
+
+int RunDemo(std::span<const SimMake> targets, std::ostream& out) {
   if (targets.empty()) out << "no simulated devices are registered\n";
   std::vector<Outcome> outcomes;
-  for (const DemoTarget& target : targets) {
+  for (const SimMake& target : targets) {
     outcomes.push_back(RunTarget(target, out));
     out << '\n';
   }

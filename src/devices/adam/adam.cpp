@@ -69,10 +69,10 @@ ADAM::ADAM(uint16_t modelQueryPort) : query_port_(modelQueryPort) {}
 
 ADAM::~ADAM() { Disconnect(); }
 
-void ADAM::Connect(const std::string& Device) {
-  // A failed reconnect reports the connect that failed, not a probe on the old state.
-  Connected = false;
-  const std::string_view device(Device);
+void ADAM::BuildPortTable() {
+  // Connected starts false, so a failed reconnect reports the connect that failed, not a probe
+  // on the old state. From the Modbus connect on, a failure leaves it connected.
+  const std::string_view device(Host);
   const size_t colon = device.find(':');
   const std::string host(device.substr(0, colon));
   std::optional<uint16_t> port = kAdamModbusPort;
@@ -105,10 +105,7 @@ void ADAM::Connect(const std::string& Device) {
   AnalogOutputs = found->analog_outputs;
 
   ResizePorts(DigitalInputs + DigitalOutputs);
-  for (int32_t i = 0; i < PortCount; ++i) {
-    // Relays are read back as well as switched.
-    PortDirections[static_cast<size_t>(i)] = i < DigitalInputs ? IOInput : IOBidirectional;
-  }
+  FillDirections(DigitalInputs);  // relays are read back as well as switched
 }
 
 std::string ADAM::GetModelNumber(const std::string& HostName) {
@@ -129,9 +126,9 @@ std::string ADAM::GetModelNumber(const std::string& HostName) {
 }
 
 void ADAM::RefreshInputs() {
-  if (CacheIsFresh(LastRefresh)) return;
-  // Restarted before asking, so a failed read also holds off the next one.
-  LastRefresh = TickCount();
+  if (!last_refresh_.Stale()) return;
+  // Marked before asking, so a failed read also holds off the next one.
+  last_refresh_.MarkFresh();
   const std::vector<uint8_t> data = Modbus.GetCoilData(0, kCoilsRead);
   for (int32_t i = 0; i < DigitalInputs; ++i) {
     // Only the first status byte is consulted: inputs 8 and above read false.

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <string>
 
+#include "core/common.h"
 #include "core/port_table.h"
 #include "net/modbus_t.h"
 
@@ -31,13 +32,13 @@ class ADAM : public PortTableDevice {
   explicit ADAM(uint16_t modelQueryPort = kAdamQueryPort);
   ~ADAM() override;
 
-  void Connect(const std::string& Device) override;
   void Disconnect() override;
   std::string PortName(int32_t Index) override;
   Variant PortValue(int32_t Index) override;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
+  void BuildPortTable() override;
   std::string GetModelNumber(const std::string& HostName);
   void RefreshInputs();
 
@@ -47,7 +48,7 @@ class ADAM : public PortTableDevice {
   int32_t AnalogInputs = 0;
   int32_t DigitalOutputs = 0;
   int32_t AnalogOutputs = 0;
-  int32_t LastRefresh = 0;
+  StateCache last_refresh_;
   uint16_t query_port_;
 };
 

@@ -2,7 +2,6 @@
 
 #include <cctype>
 
-#include "core/common.h"
 #include "core/errors.h"
 #include "core/numeric.h"
 #include "core/split2d.h"
@@ -18,27 +17,44 @@ constexpr int kStatusBits[4] = {0, 1, 4, 5};
 
 }  // namespace
 
-bool ACTi::RequestCommand(std::string_view Group, std::string_view Parameters) {
+namespace acti {
+
+int32_t ReadChannelCount(std::string_view reply) {
+  std::string_view firmware;
+  if (!reply.empty()) {
+    for (const Split2DRow& row : Split2D(reply, "=", kRowSep)) {
+      if (EqualsNoCase(TrimSpaces(row.key), "firmware version")) firmware = TrimSpaces(row.value);
+    }
+  }
+  return firmware.size() >= 2 ? static_cast<int32_t>(Val(firmware.substr(1, 1))) : 0;
+}
+
+int16_t ReadStatus(std::string_view reply) {
+  int16_t status = 0;
+  if (reply.empty()) return status;
+  for (const Split2DRow& row : Split2D(reply, "=", kRowSep)) {
+    if (row.key != "DIO_STATUS") continue;
+    // The value's first three characters are skipped unread; hex digits follow.
+    std::string hex = "&H";
+    if (row.value.size() > 3) hex += row.value.substr(3);
+    status = RoundToInt16(Val(hex));
+  }
+  return status;
+}
+
+}  // namespace acti
+
+std::optional<std::string> ACTi::RequestCommand(std::string_view Group, std::string_view Parameters) {
   std::string path;
   path.reserve(13 + Group.size() + 1 + Parameters.size());
   path.append("/cgi-bin/cmd/").append(Group).append("?").append(Parameters);
   std::optional<std::string> body = TryGet(path);
-  if (!body) return false;
-  LastReply = std::move(*body);
-  return LastStatusIs200() && !LastReply.starts_with("ERROR:");
+  if (body && (!LastStatusIs200() || body->starts_with("ERROR:"))) body.reset();
+  return body;
 }
 
-void ACTi::Connect(const std::string& Device) {
-  Host = Device;
-  Connected = RequestCommand("system", "SYSTEM_INFO");
-  if (!Connected) RaiseConnectionFailed();
-  std::string_view firmware;
-  if (!LastReply.empty()) {
-    for (const Split2DRow& row : Split2D(LastReply, "=", kRowSep)) {
-      if (EqualsNoCase(TrimSpaces(row.key), "firmware version")) firmware = TrimSpaces(row.value);
-    }
-  }
-  ChannelCount = firmware.size() >= 2 ? static_cast<int32_t>(Val(firmware.substr(1, 1))) : 0;
+void ACTi::BuildPortTable() {
+  ChannelCount = acti::ReadChannelCount(RequireConnectReply(RequestCommand("system", "SYSTEM_INFO")));
   ResizePorts(ChannelCount * 4);
   PortNames.assign(static_cast<size_t>(PortCount), {});
   for (int32_t i = 0; i < PortCount; ++i) {
@@ -60,24 +76,17 @@ std::string ACTi::PortName(int32_t Index) {
 
 void ACTi::RefreshChannel(int32_t Channel) {
   // Made on the first read; grown (never reset) when a later Connect finds more channels.
-  if (ChannelReadTimes.size() < static_cast<size_t>(ChannelCount))
-    ChannelReadTimes.resize(static_cast<size_t>(ChannelCount), 0);
-  int32_t& readTime = ChannelReadTimes[static_cast<size_t>(Channel - 1)];
-  if (CacheIsFresh(readTime)) return;
-  if (!RequestCommand("mpeg4", "CHANNEL=" + std::to_string(Channel) + "&DIO_STATUS")) RaiseGettingValue();
-  int16_t status = 0;
-  if (!LastReply.empty()) {
-    for (const Split2DRow& row : Split2D(LastReply, "=", kRowSep)) {
-      if (row.key != "DIO_STATUS") continue;
-      // The value's first three characters are skipped unread; hex digits follow.
-      std::string hex = "&H";
-      if (row.value.size() > 3) hex += row.value.substr(3);
-      status = RoundToInt16(Val(hex));
-    }
-  }
+  if (channel_reads_.size() < static_cast<size_t>(ChannelCount))
+    channel_reads_.resize(static_cast<size_t>(ChannelCount));
+  StateCache& cache = channel_reads_[static_cast<size_t>(Channel - 1)];
+  if (!cache.Stale()) return;
+  const std::optional<std::string> reply =
+      RequestCommand("mpeg4", "CHANNEL=" + std::to_string(Channel) + "&DIO_STATUS");
+  if (!reply) RaiseGettingValue();
+  const int16_t status = acti::ReadStatus(*reply);
   const int32_t base = (Channel - 1) * 4;
   for (int p = 0; p < 4; ++p) SetValue(base + p, (status >> kStatusBits[p]) & 1);
-  readTime = TickCount();
+  cache.MarkFresh();
 }
 
 Variant ACTi::PortValue(int32_t Index) {

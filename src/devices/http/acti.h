@@ -11,31 +11,41 @@
 //  - Writing sets both outputs of the channel at once (DIO_OUTPUT mask), the other one from
 //    its cached state; the cache takes the new state before the request is sent.
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "core/common.h"
 #include "http/device_request.h"
 
 namespace vmio {
 
+// Reply handling on plain text, apart from the transport.
+namespace acti {
+// The channel count a SYSTEM_INFO reply gives: the firmware version's second character.
+int32_t ReadChannelCount(std::string_view reply);
+// The status value of a DIO_STATUS reply (0 when it has none).
+int16_t ReadStatus(std::string_view reply);
+}  // namespace acti
+
 class ACTi final : public HttpDevice {
  public:
-  void Connect(const std::string& Device) override;
   std::string PortName(int32_t Index) override;
   Variant PortValue(int32_t Index) override;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
-  // GET /cgi-bin/cmd/Group?Parameters: true on status 200 with a reply that does not begin
-  // with "ERROR:". Never raises.
-  bool RequestCommand(std::string_view Group, std::string_view Parameters);
+  void BuildPortTable() override;
+  // GET /cgi-bin/cmd/Group?Parameters: the reply on status 200 when it does not begin with
+  // "ERROR:"; nothing otherwise. Never raises.
+  std::optional<std::string> RequestCommand(std::string_view Group, std::string_view Parameters);
   void RefreshChannel(int32_t Channel);
   static int32_t PortChannel(int32_t Index) { return Index / 4 + 1; }
 
   int32_t ChannelCount = 0;
   std::vector<std::string> PortNames;
-  std::vector<int32_t> ChannelReadTimes;
+  std::vector<StateCache> channel_reads_;
 };
 
 }  // namespace vmio

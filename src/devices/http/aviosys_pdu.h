@@ -7,42 +7,53 @@
 // (P51-P58) and eight sockets (P61-P68), while other units number their sockets from P60. Once
 // an object has met the fixed model it keeps that numbering, even after a Connect to another
 // unit. Sockets report direction 3 (read back). PortDirection, PortType and PortName check the
-// index through Ports, so an unconnected object answers 45003 before 9.
+// index through Ports, so an unconnected object answers 45003 before 9. A unit with no ports
+// keeps the previous value array, so reads go by that array's bounds.
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "core/common.h"
 #include "http/device_request.h"
 
 namespace vmio {
 
+// Reply handling on plain text, apart from the transport.
+namespace aviosys {
+// A reply as the unit's commands are read: cut at its first CR LF, then stripped of a
+// surrounding <html>...</html>.
+std::string CleanReply(std::string reply);
+// The "Pnn=v" pairs of a GetIo/GetPower reply: pin nn is port nn - base + first, stored when
+// inside 0 .. portCount - 1 (9 beyond the value array).
+void ReadStates(std::string_view reply, int32_t base, int32_t first, int32_t portCount, std::vector<bool>& values);
+// The name in a GetPortName reply (5 when the reply is too short for the cut).
+std::string ReadPortName(std::string_view reply);
+}  // namespace aviosys
+
 class AviosysPDU final : public HttpDevice {
  public:
-  void Connect(const std::string& Device) override;
-  int32_t PortDirection(int32_t Index) override;
-  int32_t PortType(int32_t Index) override;
   std::string PortName(int32_t Index) override;
   Variant PortValue(int32_t Index) override;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
- private:
-  // GET "/Set.cmd?CMD=" + Command (sent as it stands, "+" included). LastReply takes the body
-  // cut at its first CR LF and stripped of a surrounding <html>...</html>. True on status 200.
-  bool SendCommand(std::string_view Command);
-  void RefreshStates();
-  // Stores the "Pnn=v" pairs of LastReply: pin nn is port nn - base + first.
-  void StoreStates(int32_t base, int32_t first);
+ protected:
   // 45003 when not connected (it asks Ports), 9 outside 0 .. Ports - 1.
-  void CheckIndex(int32_t Index);
-  // The value array is only re-made for units with ports, so its own bounds apply (9 outside).
-  bool CachedValue(int32_t Index) const;
-  void StoreValue(int32_t Index, bool state);
+  void CheckIndex(int32_t Index) override;
+
+ private:
+  void BuildPortTable() override;
+  // GET "/Set.cmd?CMD=" + Command (sent as it stands, "+" included): the cleaned reply on
+  // status 200, nothing otherwise. Never raises.
+  std::optional<std::string> SendCommand(std::string_view Command);
+  void RefreshStates();
   // 1 on the fixed model, whose pins start one later than other units'.
   int32_t PinOffset() const { return fixed_model_ ? 1 : 0; }
 
   bool fixed_model_ = false;
   int32_t InputCount = 0;
-  int32_t last_read_ = 0;
+  StateCache last_read_;
 };
 
 }  // namespace vmio

@@ -30,59 +30,72 @@ bool IsRefusal(std::string_view reply) { return reply.starts_with("# Error"); }
 // A device number: the text's leading number, rounded halves to even.
 int32_t Number(std::string_view text) { return RoundToInt32(Val(text)); }
 
-Split2DTable Rows(const std::string& reply) { return Split2D(reply, "=", "\n"); }
+Split2DTable Rows(std::string_view reply) { return Split2D(reply, "=", "\n"); }
 
 }  // namespace
 
-void Axis::Connect(const std::string& Device) {
-  Host = Device;
-  Connected = RequestPath(kInputOutputGroups);
-  if (!Connected) RaiseConnectionFailed();
-  if (IsRefusal(LastReply)) {
+namespace axis {
+
+Counts ReadCounts(std::string_view reply, Counts previous) {
+  for (const Split2DRow& row : Rows(reply)) {
+    if (row.key == "root.Input.NbrOfInputs") {
+      previous.inputs = Number(row.value);
+    } else if (row.key == "root.Output.NbrOfOutputs") {
+      previous.outputs = Number(row.value);
+    }
+  }
+  return previous;
+}
+
+void ReadIOPortDirections(std::string_view reply, std::vector<int32_t>& directions) {
+  // Keys are "root.IOPort.I<n>.<rest>"; only a rest of exactly "Direction" sets a direction,
+  // so ports the reply does not mention keep 0.
+  constexpr std::string_view kPrefix = "root.IOPort.I";
+  for (const Split2DRow& row : Rows(reply)) {
+    if (!row.key.starts_with(kPrefix)) continue;
+    const std::string_view port_and_rest = row.key.substr(kPrefix.size() - 1);  // "I<n>.<rest>"
+    const size_t dot = port_and_rest.find('.');
+    if (dot == std::string_view::npos || port_and_rest.substr(dot + 1) != "Direction") continue;
+    const int32_t port = Number(port_and_rest.substr(1, dot - 1));
+    if (port < 0 || static_cast<size_t>(port) >= directions.size()) Raise(9);
+    directions[static_cast<size_t>(port)] = row.value == "input" ? IOInput : IOBidirectional;
+  }
+}
+
+void ReadStates(std::string_view reply, size_t keyPrefix, int32_t offset, std::vector<bool>& values) {
+  // "port3=1": the number after the key's name is 1-based; 0 (or no number) is skipped.
+  for (const Split2DRow& row : Rows(reply)) {
+    const int32_t k = Number(row.key.substr(std::min(keyPrefix, row.key.size())));
+    if (k == 0) continue;
+    const int64_t index = int64_t{k} - 1 + offset;
+    if (index < 0 || static_cast<uint64_t>(index) >= values.size()) Raise(9);
+    values[static_cast<size_t>(index)] = Val(row.value) == 1;
+  }
+}
+
+}  // namespace axis
+
+void Axis::BuildPortTable() {
+  const std::string reply = RequireConnectReply(RequestPath(kInputOutputGroups));
+  if (IsRefusal(reply)) {
     InputCount = 0;
     OutputCount = 0;
     return;
   }
   // The counts are not reset first: a key the reply lacks keeps the previous connection's count.
   // They are kept only once the table has taken their sum, so they always describe the table.
-  int32_t inputs = InputCount;
-  int32_t outputs = OutputCount;
-  for (const Split2DRow& row : Rows(LastReply)) {
-    if (row.key == "root.Input.NbrOfInputs") {
-      inputs = Number(row.value);
-    } else if (row.key == "root.Output.NbrOfOutputs") {
-      outputs = Number(row.value);
-    }
-  }
-  ResizePorts(int64_t{inputs} + outputs);
-  InputCount = inputs;
-  OutputCount = outputs;
+  const axis::Counts counts = axis::ReadCounts(reply, {InputCount, OutputCount});
+  ResizePorts(int64_t{counts.inputs} + counts.outputs);
+  InputCount = counts.inputs;
+  OutputCount = counts.outputs;
 
-  if (!RequestPath(kIOPortGroup)) {
-    Connected = false;
-    RaiseConnectionFailed("Unable to get the device port info");
-  }
-  UsesIOPortGroup = !IsRefusal(LastReply);
+  const std::optional<std::string> ioport = RequestPath(kIOPortGroup);
+  if (!ioport) RaiseConnectionFailed("Unable to get the device port info");
+  UsesIOPortGroup = !IsRefusal(*ioport);
   if (UsesIOPortGroup) {
-    ReadIOPortDirections();
+    axis::ReadIOPortDirections(*ioport, PortDirections);
   } else {
-    for (int32_t i = 0; i < PortCount; ++i)
-      PortDirections[static_cast<size_t>(i)] = i < InputCount ? IOInput : IOBidirectional;
-  }
-}
-
-void Axis::ReadIOPortDirections() {
-  // Keys are "root.IOPort.I<n>.<rest>"; only a rest of exactly "Direction" sets a direction,
-  // so ports the reply does not mention keep 0.
-  constexpr std::string_view kPrefix = "root.IOPort.I";
-  for (const Split2DRow& row : Rows(LastReply)) {
-    if (!row.key.starts_with(kPrefix)) continue;
-    const std::string_view port_and_rest = row.key.substr(kPrefix.size() - 1);  // "I<n>.<rest>"
-    const size_t dot = port_and_rest.find('.');
-    if (dot == std::string_view::npos || port_and_rest.substr(dot + 1) != "Direction") continue;
-    const int32_t port = Number(port_and_rest.substr(1, dot - 1));
-    CheckIndex(port);
-    PortDirections[static_cast<size_t>(port)] = row.value == "input" ? IOInput : IOBidirectional;
+    FillDirections(InputCount);
   }
 }
 
@@ -101,9 +114,10 @@ std::string Axis::PortName(int32_t Index) {
     group = "Output.O" + std::to_string(Index - InputCount) + ".Name";
     fallback = "Output " + std::to_string(Index + 1 - InputCount);
   }
-  if (!RequestPath(std::string(kNameQuery) + group)) return fallback;
+  const std::optional<std::string> reply = RequestPath(std::string(kNameQuery) + group);
+  if (!reply) return fallback;
   // The value of the first line, whatever its key.
-  return std::string(Rows(LastReply).front().value);
+  return std::string(Rows(*reply).front().value);
 }
 
 Variant Axis::PortValue(int32_t Index) {
@@ -126,16 +140,16 @@ void Axis::PortValue(int32_t Index, const Variant& NewValue) {
   path += ':';
   path += *state ? '/' : '\\';
   if (!RequestPath(path)) RaiseGettingValue();
-  // The cache ticks stay: a read within 500 ms of the last refresh returns this state.
+  // The caches stay: a read within 500 ms of the last refresh returns this state.
   SetValue(Index, *state);
 }
 
-void Axis::RefreshAllPorts() { Refresh(AllPortsReadTick, PortCount, "/axis-cgi/io/port.cgi?check=", 4, 0); }
-void Axis::RefreshInputs() { Refresh(InputsReadTick, InputCount, "/axis-cgi/io/input.cgi?check=", 5, 0); }
-void Axis::RefreshOutputs() { Refresh(OutputsReadTick, OutputCount, "/axis-cgi/io/output.cgi?check=", 6, InputCount); }
+void Axis::RefreshAllPorts() { Refresh(all_ports_read_, PortCount, "/axis-cgi/io/port.cgi?check=", 4, 0); }
+void Axis::RefreshInputs() { Refresh(inputs_read_, InputCount, "/axis-cgi/io/input.cgi?check=", 5, 0); }
+void Axis::RefreshOutputs() { Refresh(outputs_read_, OutputCount, "/axis-cgi/io/output.cgi?check=", 6, InputCount); }
 
-void Axis::Refresh(int32_t& lastRead, int32_t count, std::string_view checkPath, size_t keyPrefix, int32_t offset) {
-  if (CacheIsFresh(lastRead)) return;
+void Axis::Refresh(StateCache& cache, int32_t count, std::string_view checkPath, size_t keyPrefix, int32_t offset) {
+  if (!cache.Stale()) return;
   // A count above the table's size (only beside a negative count of the other kind) is listed
   // no further than the table: states beyond it could not be stored anyway.
   count = std::min(count, PortCount);
@@ -144,16 +158,10 @@ void Axis::Refresh(int32_t& lastRead, int32_t count, std::string_view checkPath,
     if (k > 1) path += ',';
     path += std::to_string(k);
   }
-  if (!RequestPath(path)) RaiseGettingValue();
-  // "port3=1": the number after the key's name is 1-based; 0 (or no number) is skipped.
-  for (const Split2DRow& row : Rows(LastReply)) {
-    const int32_t k = Number(row.key.substr(std::min(keyPrefix, row.key.size())));
-    if (k == 0) continue;
-    const int64_t index = int64_t{k} - 1 + offset;
-    if (index < 0 || index >= PortCount) Raise(9);
-    SetValue(static_cast<int32_t>(index), Val(row.value) == 1);
-  }
-  lastRead = TickCount();
+  const std::optional<std::string> reply = RequestPath(path);
+  if (!reply) RaiseGettingValue();
+  axis::ReadStates(*reply, keyPrefix, offset, PortValues);
+  cache.MarkFresh();
 }
 
 }  // namespace vmio

@@ -9,34 +9,49 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "core/common.h"
 #include "http/device_request.h"
 
 namespace vmio {
 
+// Reply handling on plain text, apart from the transport.
+namespace axis {
+struct Counts {
+  int32_t inputs = 0;
+  int32_t outputs = 0;
+};
+// The counts an Input,Output list names; one it lacks keeps its value in previous.
+Counts ReadCounts(std::string_view reply, Counts previous);
+// The directions an IOPort list declares, into directions (9 for a port outside it).
+void ReadIOPortDirections(std::string_view reply, std::vector<int32_t>& directions);
+// The states of a check CGI reply ("port3=1", the name keyPrefix long) into values from
+// offset on (9 for a port outside them).
+void ReadStates(std::string_view reply, size_t keyPrefix, int32_t offset, std::vector<bool>& values);
+}  // namespace axis
+
 class Axis final : public HttpDevice {
  public:
-  void Connect(const std::string& Device) override;
   std::string PortName(int32_t Index) override;
   Variant PortValue(int32_t Index) override;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
+  void BuildPortTable() override;
   void RefreshAllPorts();
   void RefreshInputs();
   void RefreshOutputs();
-  // Reads states 1..count from a check CGI into the table from offset on, unless lastRead is
-  // under 501 ms old. keyPrefix is the length of the key's name before its number.
-  void Refresh(int32_t& lastRead, int32_t count, std::string_view checkPath, size_t keyPrefix, int32_t offset);
-  // Fills directions from the IOPort group reply in LastReply.
-  void ReadIOPortDirections();
+  // Reads states 1..count from a check CGI into the table from offset on, unless the cache is
+  // fresh. keyPrefix is the length of the key's name before its number.
+  void Refresh(StateCache& cache, int32_t count, std::string_view checkPath, size_t keyPrefix, int32_t offset);
 
   int32_t InputCount = 0;
   int32_t OutputCount = 0;
   bool UsesIOPortGroup = false;
-  int32_t AllPortsReadTick = 0;
-  int32_t InputsReadTick = 0;
-  int32_t OutputsReadTick = 0;
+  StateCache all_ports_read_;
+  StateCache inputs_read_;
+  StateCache outputs_read_;
 };
 
 }  // namespace vmio

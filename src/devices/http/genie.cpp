@@ -3,7 +3,6 @@
 #include <iterator>
 #include <string_view>
 
-#include "core/common.h"
 #include "core/errors.h"
 #include "core/numeric.h"
 #include "core/split2d.h"
@@ -27,13 +26,23 @@ int32_t PortOfKey(std::string_view key) {
 
 }  // namespace
 
-void Genie::Connect(const std::string& Device) {
-  Host = Device;
-  Connected = RequestPath(kCheckPath);
-  if (!Connected) RaiseConnectionFailed();
+namespace genie {
+
+void ReadStates(std::string_view reply, std::vector<bool>& values) {
+  for (const Split2DRow& row : Split2D(reply, "=", "\n")) {
+    const int32_t index = PortOfKey(row.key);
+    if (index == -1) continue;
+    if (static_cast<size_t>(index) >= values.size()) Raise(9);
+    values[static_cast<size_t>(index)] = Val(row.value) == 1;
+  }
+}
+
+}  // namespace genie
+
+void Genie::BuildPortTable() {
+  RequireConnectReply(RequestPath(kCheckPath));  // only whether it answers
   ResizePorts(InputCount + OutputCount);
-  for (int32_t i = 0; i < PortCount; ++i)
-    PortDirections[static_cast<size_t>(i)] = i < InputCount ? IOInput : IOBidirectional;
+  FillDirections(InputCount);
 }
 
 std::string Genie::PortName(int32_t Index) {
@@ -48,13 +57,11 @@ std::string Genie::PortName(int32_t Index) {
 }
 
 void Genie::RefreshStates() {
-  if (CacheIsFresh(last_read_)) return;
-  if (!RequestPath(kStatesPath)) RaiseGettingValue();
-  for (const Split2DRow& row : Split2D(LastReply, "=", "\n")) {
-    const int32_t index = PortOfKey(row.key);
-    if (index != -1) SetValue(index, Val(row.value) == 1);
-  }
-  last_read_ = TickCount();
+  if (!last_read_.Stale()) return;
+  const std::optional<std::string> reply = RequestPath(kStatesPath);
+  if (!reply) RaiseGettingValue();
+  genie::ReadStates(*reply, PortValues);
+  last_read_.MarkFresh();
 }
 
 Variant Genie::PortValue(int32_t Index) {

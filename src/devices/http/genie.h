@@ -8,13 +8,22 @@
 #include <cstdint>
 #include <string>
 
+#include <string_view>
+#include <vector>
+
+#include "core/common.h"
 #include "http/device_request.h"
 
 namespace vmio {
 
+// Reply handling on plain text, apart from the transport.
+namespace genie {
+// The states of a GetState reply into the five ports' values.
+void ReadStates(std::string_view reply, std::vector<bool>& values);
+}  // namespace genie
+
 class Genie final : public HttpDevice {
  public:
-  void Connect(const std::string& Device) override;
   std::string PortName(int32_t Index) override;
   Variant PortValue(int32_t Index) override;
   void PortValue(int32_t Index, const Variant& NewValue) override;
@@ -23,9 +32,10 @@ class Genie final : public HttpDevice {
   static constexpr int32_t InputCount = 2;
   static constexpr int32_t OutputCount = 3;
 
+  void BuildPortTable() override;
   void RefreshStates();
 
-  int32_t last_read_ = 0;
+  StateCache last_read_;
 };
 
 }  // namespace vmio

@@ -1,6 +1,5 @@
 #include "devices/http/stardot.h"
 
-#include "core/common.h"
 #include "core/errors.h"
 #include "core/numeric.h"
 #include "core/split2d.h"
@@ -13,32 +12,47 @@ constexpr char kRowSep[] = "\n";
 
 }  // namespace
 
-void StarDot::Connect(const std::string& Device) {
-  Host = Device;
-  Connected = false;  // until the device has answered
-  const std::string reply = FetchPath("/info.cgi");
-  // Counts the reply does not name keep their values; they are kept only once the table has
-  // taken their sum.
-  int32_t relays = RelayCount;
-  int32_t inputs = InputCount;
-  if (!reply.empty()) {
-    for (const Split2DRow& row : Split2D(reply, "=", kRowSep)) {
-      const std::string_view key = TrimSpaces(row.key);
-      if (EqualsNoCase(key, "relay")) {
-        relays = Val(row.value) == 0 ? 0 : 1;
-      } else if (EqualsNoCase(key, "external_inputs")) {
-        inputs = TruncToInt32(Val(row.value));
-      }
+namespace stardot {
+
+Counts ReadInfo(std::string_view reply, Counts previous) {
+  if (reply.empty()) return previous;
+  for (const Split2DRow& row : Split2D(reply, "=", kRowSep)) {
+    const std::string_view key = TrimSpaces(row.key);
+    if (EqualsNoCase(key, "relay")) {
+      previous.relays = Val(row.value) == 0 ? 0 : 1;
+    } else if (EqualsNoCase(key, "external_inputs")) {
+      previous.inputs = TruncToInt32(Val(row.value));
     }
   }
-  ResizePorts(int64_t{relays} + inputs);
-  RelayCount = relays;
-  InputCount = inputs;
+  return previous;
+}
+
+void ReadStates(std::string_view reply, int32_t relays, std::vector<bool>& values) {
+  if (reply.empty()) return;
+  for (const Split2DRow& row : Split2D(reply, "=", kRowSep)) {
+    if (EqualsNoCase(row.key, "relay")) {
+      if (relays > 0 && !values.empty()) values[0] = Val(row.value) == 1;
+    } else if (EqualsNoCase(row.key, "io")) {
+      // The fixed index: the first input behind a relay, else the third input.
+      const size_t index = static_cast<size_t>(2 - relays);
+      if (index < values.size()) values[index] = Val(row.value) == 1;
+    }
+  }
+}
+
+}  // namespace stardot
+
+void StarDot::BuildPortTable() {
+  // Any reply is taken as it stands; only the client's own errors fail the Connect.
+  const stardot::Counts counts = stardot::ReadInfo(FetchPath("/info.cgi"), {RelayCount, InputCount});
+  // The counts are kept only once the table has taken their sum.
+  ResizePorts(int64_t{counts.relays} + counts.inputs);
+  RelayCount = counts.relays;
+  InputCount = counts.inputs;
   PortNames.assign(static_cast<size_t>(PortCount), "Input");
   for (int32_t i = 0; i < PortCount; ++i)
     PortDirections[static_cast<size_t>(i)] = i < RelayCount ? IOBidirectional : IOInput;
   if (RelayCount > 0) PortNames[0] = "Relay";
-  Connected = true;
 }
 
 std::string StarDot::PortName(int32_t Index) {
@@ -47,20 +61,9 @@ std::string StarDot::PortName(int32_t Index) {
 }
 
 void StarDot::RefreshStates() {
-  if (CacheIsFresh(LastRead)) return;
-  const std::string reply = FetchPath("/io.cgi");
-  if (!reply.empty()) {
-    for (const Split2DRow& row : Split2D(reply, "=", kRowSep)) {
-      if (EqualsNoCase(row.key, "relay")) {
-        if (RelayCount > 0) SetValue(0, Val(row.value) == 1);
-      } else if (EqualsNoCase(row.key, "io")) {
-        // The fixed index: the first input behind a relay, else the third input.
-        const int32_t index = 2 - RelayCount;
-        if (index < PortCount) SetValue(index, Val(row.value) == 1);
-      }
-    }
-  }
-  LastRead = TickCount();
+  if (!last_read_.Stale()) return;
+  stardot::ReadStates(FetchPath("/io.cgi"), RelayCount, PortValues);
+  last_read_.MarkFresh();
 }
 
 Variant StarDot::PortValue(int32_t Index) {

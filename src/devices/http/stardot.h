@@ -13,13 +13,26 @@
 #include <string_view>
 #include <vector>
 
+#include "core/common.h"
 #include "http/device_request.h"
 
 namespace vmio {
 
+// Reply handling on plain text, apart from the transport.
+namespace stardot {
+struct Counts {
+  int32_t relays = 0;
+  int32_t inputs = 0;
+};
+// The counts an /info.cgi reply names; one it lacks keeps its value in previous.
+Counts ReadInfo(std::string_view reply, Counts previous);
+// The states an /io.cgi reply gives: the relay (port 0, when relays is 1) and the one input
+// it reports (port 2 - relays, when the table has it).
+void ReadStates(std::string_view reply, int32_t relays, std::vector<bool>& values);
+}  // namespace stardot
+
 class StarDot final : public HttpDevice {
  public:
-  void Connect(const std::string& Device) override;
   std::string PortName(int32_t Index) override;
   Variant PortValue(int32_t Index) override;
   void PortValue(int32_t Index, const Variant& NewValue) override;
@@ -27,12 +40,13 @@ class StarDot final : public HttpDevice {
  private:
   // GET the path; the decoded body of any status. The client's errors are not caught.
   std::string FetchPath(std::string_view Path) { return Get(Path); }
+  void BuildPortTable() override;
   void RefreshStates();
 
   int32_t RelayCount = 0;
   int32_t InputCount = 0;
   std::vector<std::string> PortNames;
-  int32_t LastRead = 0;
+  StateCache last_read_;
 };
 
 }  // namespace vmio

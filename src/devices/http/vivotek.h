@@ -4,44 +4,51 @@
 // Quirks kept on purpose:
 //  - The port layout comes from the capability list, whose values may be single-quoted
 //    (capability_ndi='2') or bare; a count the list does not name keeps its last value.
-//  - Each port has a kind (0 input, 1 output) that drives everything else; outputs report
-//    direction 3, since their state is read back with getdo.cgi.
+//  - Inputs come first (direction 1); outputs report direction 3, since their state is read
+//    back with getdo.cgi. The direction decides which group a read refreshes.
 //  - Inputs and outputs have separate 500 ms caches and separate requests.
-//  - PortName has no connection test and no range test of its own beyond the kind array's.
+//  - PortName has no connection test; outside the table it raises 9.
 //  - Replies are rows split at CR LF.
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "core/common.h"
 #include "http/device_request.h"
 
 namespace vmio {
 
+// Reply handling on plain text, apart from the transport.
+namespace vivotek {
+struct Counts {
+  int32_t inputs = 0;
+  int32_t outputs = 0;
+};
+// The counts a capability list names; one it lacks keeps its value in previous.
+Counts ReadCapabilities(std::string_view reply, Counts previous);
+// The states of a getdi/getdo reply ("di1=1") into values from offset on (9 outside them).
+void ReadStates(std::string_view reply, int32_t offset, std::vector<bool>& values);
+}  // namespace vivotek
+
 class Vivotek final : public HttpDevice {
  public:
-  void Connect(const std::string& Device) override;
-  int32_t PortDirection(int32_t Index) override;
   std::string PortName(int32_t Index) override;
   Variant PortValue(int32_t Index) override;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
-  static constexpr int32_t kDigitalInput = 0;
-  static constexpr int32_t kDigitalOutput = 1;
-
-  // The port's kind; 9 outside the kind array.
-  int32_t PortKind(int32_t Index) const;
+  void BuildPortTable() override;
   void RefreshInputs();
   void RefreshOutputs();
-  // Reads one group ("di" or "do") of count ports whose first entry is at offset, unless
-  // lastRead is less than 501 ms old.
-  void RefreshGroup(const char* cgi, const char* item, int32_t count, int32_t offset, int32_t& lastRead);
+  // Reads one group ("di" or "do") of count ports whose first entry is at offset, unless the
+  // cache is fresh.
+  void RefreshGroup(const char* cgi, const char* item, int32_t count, int32_t offset, StateCache& cache);
 
   int32_t InputCount = 0;
   int32_t OutputCount = 0;
-  std::vector<int32_t> PortKinds;
-  int32_t LastInputRead = 0;
-  int32_t LastOutputRead = 0;
+  StateCache inputs_read_;
+  StateCache outputs_read_;
 };
 
 }  // namespace vmio
