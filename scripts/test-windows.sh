@@ -19,7 +19,7 @@ expected_exports=$'DllCanUnloadNow\nDllGetClassObject\nDllRegisterServer\nDllUnr
 for arch in x86_64 i686; do
   tree=build/windows-$arch
   cmake -S . -B "$tree" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-$arch.cmake >/dev/null
-  cmake --build "$tree" >/dev/null
+  cmake --build "$tree" >"$tree.log" 2>&1 || { tail -40 "$tree.log" >&2; exit 1; }
   dump=$("$arch-w64-mingw32-objdump" -p "$tree/src/registration/com/vmio.dll")
   exports=$(sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' <<<"$dump" | sed -n 's/^\s*\[ *[0-9]*\] //p' | sort)
   if [ "$exports" != "$expected_exports" ]; then
@@ -75,7 +75,7 @@ for case in tests/shell/*.txt; do
   scripts/shell-case.sh "$case" "$sim" wine64 'C:\vmio\vmio-com-shell.exe'
 done
 
-"$sim" axis --inputs 2 --outputs 2 </dev/null >"$WINEPREFIX/axis.out" 2>&1 &
+"$sim" axis --inputs 2 --outputs 2 --auth basic </dev/null >"$WINEPREFIX/axis.out" 2>&1 &
 sim_pid=$!
 for _ in $(seq 100); do
   device=$(sed -n 's/^device: //p' "$WINEPREFIX/axis.out")

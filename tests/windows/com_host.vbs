@@ -1,7 +1,7 @@
 ' Drives the registered component as a script host does: created by ProgID, late bound.
 ' Wine's script host prints nothing and exits 0 on an uncaught error, so every step is checked
 ' under On Error Resume Next and the script ends by printing the marker the test looks for.
-' Argument: the device string of an Axis simulator with 2 inputs and 2 outputs.
+' Argument: the device string of vmio-sim's Axis (its default fixture) with 2 inputs and 2 outputs.
 Option Explicit
 On Error Resume Next
 
@@ -41,7 +41,7 @@ names = ""
 For i = 0 To device.Ports - 1
   names = names & device.PortName(i) & ";"
 Next
-Expect names, "Input 1;Input 2;Output 1;Output 2;", "PortName of every port"
+Expect names, "Front door;Window;Siren;Output 2;", "PortName of every port"
 Expect device.PortDirection(0), 1, "PortDirection(0)"
 Expect device.PortType(0), vbBoolean, "PortType(0)"
 Expect device.PortValue(0), False, "PortValue(0)"

@@ -12,10 +12,6 @@ class UnavailableDevice final : public PortTableDevice {
  public:
   explicit UnavailableDevice(std::string connect_error) : connect_error_(std::move(connect_error)) {}
 
-  void Connect(const std::string&) override {
-    Connected = false;
-    RaiseConnectionFailed(connect_error_);
-  }
   std::string PortName(int32_t Index) override {
     CheckIndex(Index);
     return {};
@@ -24,6 +20,8 @@ class UnavailableDevice final : public PortTableDevice {
   void PortValue(int32_t, const Variant&) override { RaiseNotConnected(); }
 
  private:
+  void BuildPortTable() override { RaiseConnectionFailed(connect_error_); }
+
   std::string connect_error_;
 };
 
