@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds everything and runs the whole suite twice: a normal build, then under ASan+UBSan; in
-# between, the Windows component under Wine (scripts/test-windows.sh).
+# Builds everything and runs the whole suite twice: a normal build, then under ASan+UBSan;
+# in between, the Windows component under Wine (scripts/test-windows.sh); then the soak (slow,
+# left out of the quick ctest run) and a replay of every fuzz corpus.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -12,6 +13,7 @@ clang-format --dry-run -Werror $(git ls-files '*.cpp' '*.h')
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build/release -j "$jobs"
 ctest --test-dir build/release --output-on-failure -j "$jobs"
+ctest --test-dir build/release --output-on-failure -C soak -L soak
 
 # The Windows component, cross-built and run under Wine against the simulators just built.
 VMIO_NATIVE_BUILD=build/release scripts/test-windows.sh
@@ -20,3 +22,5 @@ cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVMIO_SANITIZE=ON >/
 cmake --build build/asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build/asan --output-on-failure -j "$jobs"
+
+scripts/fuzz-replay.sh

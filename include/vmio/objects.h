@@ -12,6 +12,7 @@ struct ClassInfo {
   std::string_view progid;      // "VMIO.Axis"
   std::string_view short_name;  // "axis", for command lines
   std::shared_ptr<Object> (*create)();
+  bool lists_devices = false;  // an IODeviceEnumerator of devices found on this machine
 };
 
 // Every creatable class, in a stable order.

@@ -86,7 +86,8 @@ bool RegisterHttpMake(HttpMakeSpec<Sim, Options> spec) {
         },
         [&](const std::string& line) { return AnswerControlLine(&sim.Points(), control, line); });
   };
-  return RegisterMake({spec.text.progid, start, {}, spec.text.name, spec.text.help, run});
+  return RegisterMake(
+      {.progid = spec.text.progid, .start = start, .name = spec.text.name, .help = spec.text.help, .run = run});
 }
 
 }  // namespace vmio::sim::cli

@@ -24,7 +24,13 @@ struct SimMake {
   std::function<RunningDevice()> start;
   // Set-up on the driver object before Connect (RS232's commands); may be empty.
   std::function<void(Object&)> prepare = {};
-  std::string_view name = {};  // "axis": the word after vmio-sim
+  // For devices whose outputs take other values than Booleans: the value the demo writes to the
+  // first output of its type, expected to read back as written. Empty: switch a Boolean output.
+  Variant write = {};
+  // A class that lists such devices ("VMIO.LogITEnum"): the demo lists them and connects to the
+  // first entry, as a host finds a device. Empty: the demo connects to the fixture's device.
+  std::string_view lister = {};
+  std::string_view name = {};  // "axis": the word after vmio-sim; empty for a second class of a make
   std::string_view help = {};  // one line for `vmio-sim --help`
   // `vmio-sim MAKE ARGS` with the arguments after the name; returns the exit code.
   std::function<int(const std::vector<std::string>& args)> run = {};

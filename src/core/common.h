@@ -21,6 +21,7 @@ class StateCache {
  public:
   bool Stale() const { return !read_tick_ || TickDiff(*read_tick_) >= 501; }
   void MarkFresh() { read_tick_ = TickCount(); }
+  void MarkStale() { read_tick_.reset(); }
 
  private:
   std::optional<int32_t> read_tick_;

@@ -9,12 +9,12 @@
 
 #include "core/errors.h"
 #include "core/string_encoding.h"
+#include "http/header_block.h"
 #include "http/http_session.h"
 
 namespace vmio {
 namespace {
 
-constexpr size_t kHeaderBufferChars = 2048;  // what the header block is read into; not retried
 constexpr size_t kLastResponseChars = 1024;
 constexpr int64_t kMaxReserve = 1 << 20;  // a Content-Length is not trusted further than this
 
@@ -119,23 +119,16 @@ class Exchange final : public HttpReceiver {
  public:
   Exchange(HttpBodySink& sink, const decltype(HTTPClient::Progress)& progress) : sink_(sink), progress_(progress) {}
 
-  void OnHeaderLine(std::string_view line) override {
-    if (line.starts_with("HTTP/")) {
-      block_.clear();  // a new response: only the last one's headers count
-      closed_ = false;
-    } else if (closed_) {
-      return;  // trailers after the body
-    }
-    if (line == "\r\n" || line == "\n") {
-      closed_ = true;
-      return;
-    }
-    block_.append(line);
-  }
+  void OnHeaderLine(std::string_view line) override { headers_.AddLine(line); }
 
   bool OnBody(std::span<const uint8_t> chunk, int64_t total) override {
     bool cancel = false;
     try {
+      // Checked before storing, so an oversized reply never takes more than the limit.
+      if (total > kMaxBodyBytes || received_ + static_cast<int64_t>(chunk.size()) > kMaxBodyBytes) {
+        Raise(13106, "Disconnected while recieving data");
+      }
+      received_ += static_cast<int64_t>(chunk.size());
       sink_.Write(chunk, total);
       if (progress_) progress_(Clamp32(sink_.Received()), total < 0 ? -1 : Clamp32(total), cancel);
     } catch (...) {
@@ -151,19 +144,13 @@ class Exchange final : public HttpReceiver {
     Raise(13107, "Download cancelled");
   }
 
-  // The status line and headers joined by CR LF, without the closing blank line; a block too
-  // long for the platform's header buffer leaves that buffer blank.
-  std::string TakeHeaders() {
-    if (block_.size() + 3 > kHeaderBufferChars) return std::string(kHeaderBufferChars, '\0');
-    if (block_.ends_with("\r\n")) block_.resize(block_.size() - 2);
-    return std::move(block_);
-  }
+  std::string TakeHeaders() { return headers_.Take(); }
 
  private:
   HttpBodySink& sink_;
   const decltype(HTTPClient::Progress)& progress_;
-  std::string block_;
-  bool closed_ = false;
+  HeaderBlock headers_;
+  int64_t received_ = 0;
   std::exception_ptr thrown_;
 };
 
@@ -219,21 +206,7 @@ void HTTPClient::DownloadResource(const std::string& URL, const std::string& Fil
   Perform(URL, SendHeaders, PostData, sink);
 }
 
-std::string HTTPClient::GetResultCode(std::string* Text) const {
-  const size_t crlf = last_headers_.find("\r\n");
-  if (crlf == std::string::npos) return {};
-  // The status line with its CR, split at blanks into at most three pieces.
-  const std::string_view line = std::string_view(last_headers_).substr(0, crlf + 1);
-  const size_t first = line.find(' ');
-  if (first == std::string_view::npos) return {};
-  const size_t second = line.find(' ', first + 1);
-  const std::string_view code =
-      line.substr(first + 1, second == std::string_view::npos ? line.npos : second - first - 1);
-  const auto digit = [](char c) { return c >= '0' && c <= '9'; };
-  if (code.size() != 3 || code[0] < '1' || code[0] > '5' || !digit(code[1]) || !digit(code[2])) return {};
-  if (Text && second != std::string_view::npos) *Text = std::string(line.substr(second + 1));
-  return std::string(code);
-}
+std::string HTTPClient::GetResultCode(std::string* Text) const { return StatusCodeOf(last_headers_, Text); }
 
 std::string HTTPClient::GetHeader(const std::string& HeaderName) const {
   return HeaderName.empty() ? last_headers_ : std::string();

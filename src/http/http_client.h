@@ -3,7 +3,10 @@
 //
 // The connection to a device is kept alive between requests and re-opened transparently when
 // the device closed it. Time-outs: 10000 ms to connect, 5000 ms without data while receiving
-// (Timeout sets the latter). Credentials travel only in the URL (user:password@host:port), and
+// (Timeout sets the latter), and 30000 ms for a whole request once it is sent, so a device
+// that drips its reply cannot hold a call longer than the connect plus that. A reply body
+// is accepted up to kMaxBodyBytes; a longer one fails the request with 13106 and nothing of
+// it is kept. Credentials travel only in the URL (user:password@host:port), and
 // both Basic and Digest challenges are answered. HTTP status codes are not errors: a 401 or
 // 404 reply is returned like a 200 one; callers judge it by GetResultCode or GetHeader("").
 // Errors (exact texts): 13101 "Failed to initialise the HTTP session",
@@ -20,6 +23,8 @@
 namespace vmio {
 
 inline constexpr char kDefaultHttpUserAgent[] = "Tolvane HTTP Client Object";
+// Device CGI replies are small; this bounds what one hostile reply can make the host hold.
+inline constexpr int64_t kMaxBodyBytes = 16 << 20;
 
 class HttpSession;
 class HttpBodySink;

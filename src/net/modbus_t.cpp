@@ -15,6 +15,9 @@ constexpr int32_t kTimedOut = 46003;
 constexpr int32_t kInvalidReply = 46004;
 constexpr int32_t kModbusException = 46005;
 constexpr float kReplyWaitSeconds = 5.0f;
+constexpr int32_t kConnectTimeoutMs = 5000;
+// Reads of leftovers before a request, at most: a peer that floods cannot hold the call.
+constexpr int kMaxDiscardReads = 64;
 
 void PutBigEndian(std::vector<uint8_t>& frame, size_t at, uint16_t value) {
   frame[at] = static_cast<uint8_t>(value >> 8);
@@ -51,7 +54,7 @@ bool ModbusT::Connect(const std::string& HostName, uint16_t Port) {
     Raise(kConnectError, "Failed to create a socket");
   }
   DebugLog("Connecting to ", HostName);
-  if (!ConnectIPv4(Socket, HostName, Port)) {
+  if (!ConnectIPv4(Socket, HostName, Port, kConnectTimeoutMs)) {
     DebugLog("Failed to connect to device: ", LastSocketError());
     Raise(kConnectError, "Failed to connect to device");
   }
@@ -91,6 +94,7 @@ std::vector<uint8_t> ModbusT::BuildRequest(int32_t FunctionCode, std::span<const
 std::vector<uint8_t> ModbusT::SendRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
   DebugLog("Sending command ", FunctionCode);
   const std::vector<uint8_t> frame = BuildRequest(FunctionCode, Arguments);
+  DiscardPending();
   if (SendBytes(Socket, frame) == -1) {
     DebugLog("Control connection disconnected");
     Raise(kTransferError, "Send failed");
@@ -98,6 +102,10 @@ std::vector<uint8_t> ModbusT::SendRequest(int32_t FunctionCode, std::span<const 
   DebugLog("Reading reply");
   reply_.fill(0);
   const int32_t count = RecvTimeout(Socket, reply_.data(), static_cast<int32_t>(reply_.size()), 0, kReplyWaitSeconds);
+  return ReplyData(reply_, count);
+}
+
+std::vector<uint8_t> ModbusT::ReplyData(std::span<const uint8_t> reply, int32_t count) {
   if (count == -1) {
     DebugLog("Control connection disconnected");
     Raise(kTransferError, "Receive failed");
@@ -110,13 +118,19 @@ std::vector<uint8_t> ModbusT::SendRequest(int32_t FunctionCode, std::span<const 
     DebugLog("Not enough data recieved");
     Raise(kInvalidReply, "Invalid reply received");
   }
-  if (reply_[7] >= 128) {
-    const int code = reply_[8];
+  if (reply[7] >= 128) {
+    const int code = reply[8];
     DebugLog("Modbus exception ", code);
     Raise(kModbusException, "Modbus exception " + std::to_string(code) + "occured");
   }
-  const int32_t length = reply_[4] << 8 | reply_[5];
-  return SubArray(reply_, 8, length - 2);
+  const int32_t length = reply[4] << 8 | reply[5];
+  return SubArray(reply, 8, length - 2);
+}
+
+void ModbusT::DiscardPending() {
+  for (int i = 0; i < kMaxDiscardReads; ++i) {
+    if (ReceiveBytes(Socket, reply_.data(), static_cast<int32_t>(reply_.size()), 0) <= 0) return;
+  }
 }
 
 std::vector<uint8_t> ModbusT::GetCoilData(int16_t Address, int16_t Count) {

@@ -3,11 +3,14 @@
 // one device; read coils (function 1) and write single coil (function 5) over a general
 // request.
 //
-// Lifecycle: Connect opens (and on a second call replaces) the socket and restarts the
-// transaction counter at 0; Disconnect closes it. A failed Connect leaves Connected as it was
+// Lifecycle: Connect opens (and on a second call replaces) the socket, gives up after 5 s
+// (the system's own TCP connect time-out would be minutes), and restarts the transaction
+// counter at 0; Disconnect closes it. A failed Connect leaves Connected as it was
 // and a failed request changes no state: the next request goes out on the same connection.
 // Every request is sent once and its reply awaited once, 5 seconds, with one read: a reply
-// must arrive in one segment. The reply's transaction, protocol and unit identifiers and its
+// must arrive in one segment. Whatever is already waiting on the socket when a request goes
+// out (the rest of an oversized or split reply, a late one) is discarded first, so one bad
+// reply cannot answer the next request. The reply's transaction, protocol and unit identifiers and its
 // function code are not checked.
 //
 // Errors (exact texts): 46001 "Invalid hostname" / "Failed to create a socket" / "Failed to
@@ -58,8 +61,15 @@ class ModbusT {
   // Closes the connection; does nothing unless connected.
   void Disconnect();
 
+  // Judges what one read of a reply gave: count as RecvTimeout returned it (at most the
+  // buffer's size), reply the zero-filled buffer it read into. Returns the data part, or
+  // raises the client's error for the reply.
+  static std::vector<uint8_t> ReplyData(std::span<const uint8_t> reply, int32_t count);
+
  private:
   std::vector<uint8_t> BuildRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments);
+  // Drops what is already waiting on the socket, without waiting; bounded against a flood.
+  void DiscardPending();
   // Progress texts have no reader: they are discarded without being built.
   template <class... Parts>
   static void DebugLog(const Parts&...) {}

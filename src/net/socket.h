@@ -26,16 +26,18 @@ void StopSockets();
 SocketHandle OpenSocket(SocketKind kind);
 // Binds to 0.0.0.0 with an ephemeral port.
 bool BindAnyLocal(SocketHandle s);
-// Blocking connect with the system's own connect time-out. The address is dotted IPv4 text
-// only, never resolved: other text becomes 255.255.255.255 and the connect fails.
-bool ConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port);
+// Connect that gives up after timeoutMs (the system's own TCP connect time-out runs to
+// minutes against a peer that drops the attempt). The address is dotted IPv4 text only,
+// never resolved: other text becomes 255.255.255.255 and the connect fails. The socket is
+// left blocking as it was.
+bool ConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port, int32_t timeoutMs);
 // One send of the whole buffer, flags 0; -1 on failure, else what the system took.
 int32_t SendBytes(SocketHandle s, std::span<const uint8_t> bytes);
 // Waits up to whole seconds for s to become readable (0 polls): 1 ready, 0 timed out,
 // -1 failed.
 int32_t SelectReadable(SocketHandle s, int32_t seconds);
 // One recv that does not wait: the byte count, 0 when the peer closed, -1 on failure (or
-// when nothing is there after all).
+// when nothing is there).
 int32_t ReceiveBytes(SocketHandle s, uint8_t* buffer, int32_t length, int32_t flags);
 void CloseSocket(SocketHandle s);
 // The code of the last failed socket call, for trace texts.

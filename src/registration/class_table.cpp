@@ -2,12 +2,16 @@
 #include "core/io_device_placeholder.h"
 #include "core/text_match.h"
 #include "devices/adam/adam.h"
+#include "devices/axxessid/axxessid_door.h"
+#include "devices/axxessid/axxessid_sensor.h"
 #include "devices/http/acti.h"
 #include "devices/http/aviosys_pdu.h"
 #include "devices/http/axis.h"
 #include "devices/http/genie.h"
 #include "devices/http/stardot.h"
 #include "devices/http/vivotek.h"
+#include "devices/logit/logit.h"
+#include "devices/logit/logit_enum.h"
 #include "devices/rs232/rs232.h"
 #include "vmio/objects.h"
 
@@ -30,6 +34,10 @@ constexpr ClassInfo kClasses[] = {
     {"VMIO.AviosysPDU", "aviosys", &Make<AviosysPDU>},
     {"VMIO.ADAM", "adam", &Make<ADAM>},
     {"VMIO.RS232", "rs232", &Make<RS232>},
+    {"VMIO.LogIT", "logit", &Make<LogIT>},
+    {"VMIO.LogITEnum", "logitenum", &Make<LogITEnum>, true},
+    {"VMIO.AxxessIDDoor", "door", &Make<AxxessIDDoor>},
+    {"VMIO.AxxessIDSensor", "sensor", &Make<AxxessIDSensor>},
 };
 
 }  // namespace

@@ -50,7 +50,7 @@ struct Pair {
   SocketHandle ours = OpenSocket(SocketKind::Tcp);
   int theirs = -1;
   Pair() {
-    EXPECT_TRUE(ConnectIPv4(ours, "127.0.0.1", listener.Port()));
+    EXPECT_TRUE(ConnectIPv4(ours, "127.0.0.1", listener.Port(), 1000));
     theirs = listener.Accept();
   }
   ~Pair() {

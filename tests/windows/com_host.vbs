@@ -57,12 +57,15 @@ device.Disconnect
 value = device.PortValue(2)
 ExpectError 45003, "Not connected", "PortValue after Disconnect"
 
-' A class with no driver on this platform yet registers and fails Connect cleanly.
+' Classes whose transport is not built for Windows yet fail Connect with their own errors.
 Dim logger : Set logger = CreateObject("VMIO.LogIT")
 logger.Connect "1"
 ExpectError 45001, "Connection failed", "LogIT.Connect"
+Dim door : Set door = CreateObject("VMIO.AxxessIDDoor")
+door.Connect ""
+ExpectError 45001, "The AX200 software is not found", "AxxessIDDoor.Connect"
 
-' For Each over an enumerator: the logger list, empty while no logger driver is built here.
+' For Each over an enumerator: the logger list, empty while Windows has no HID transport.
 Dim list, info, seen
 Set list = CreateObject("VMIO.LogITEnum")
 Expect list.Count, 0, "LogITEnum.Count"

@@ -33,6 +33,7 @@ struct Command {
   size_t arguments;           // positional arguments; DEVICE, when taken, is the second
   std::array<std::string_view, 2> options;
   int (*run)(const Invocation&);
+  size_t optional_arguments = 0;  // taken after the required ones
 };
 
 int32_t ParseIndex(const std::string& text) {
@@ -57,6 +58,10 @@ int Classes(const Invocation& inv) {
     inv.out << c.progid << std::string(width - c.progid.size() + 2, ' ') << c.short_name << '\n';
   }
   return 0;
+}
+
+int Scan(const Invocation& inv) {
+  return ScanDevices(inv.positional.empty() ? nullptr : &FindClass(inv.positional[0]), inv.out);
 }
 
 int Ports(const Invocation& inv) { return ListPorts(FindClass(inv.positional[0]), inv.positional[1], inv.out); }
@@ -99,6 +104,18 @@ constexpr Command kCommands[] = {
      0,
      {},
      &Classes},
+    {"scan",
+     "scan [CLASS]",
+     "list the devices attached to this machine",
+     "Asks every class that finds devices on this machine (or only CLASS) for its list, and\n"
+     "prints each device's ID, what DEVICE is for that device's class, and its name.\n"
+     "LogIT loggers are found among the HID devices (set VMIO_SYSFS_ROOT to look in another\n"
+     "device tree, such as the one vmio-sim logit prints).\n"
+     "\nexample: vmio scan logitenum, then vmio ports logit /dev/hidraw0",
+     0,
+     {},
+     &Scan,
+     1},
     {"ports",
      "ports CLASS DEVICE",
      "list a device's ports with their current values",
@@ -192,9 +209,8 @@ int RunParsed(const Command& command, std::span<const std::string> args, std::is
       throw UsageError(name + " needs a value");
     }
   }
-  if (inv.positional.size() != command.arguments) {
-    throw UsageError(inv.positional.size() < command.arguments ? "missing arguments" : "too many arguments");
-  }
+  if (inv.positional.size() < command.arguments) throw UsageError("missing arguments");
+  if (inv.positional.size() > command.arguments + command.optional_arguments) throw UsageError("too many arguments");
   return command.run(inv);
 }
 

@@ -41,6 +41,22 @@ void PrintWrapped(const std::vector<std::string>& entries, std::ostream& out) {
   if (!line.empty()) out << indent << line << '\n';
 }
 
+// Lists what an enumerating class finds and returns the first entry's ID.
+std::string FirstListed(std::string_view lister, std::ostream& out) {
+  const std::shared_ptr<Object> list = CreateObject(lister);
+  const int32_t count = list->Call("Count").AsInt32();
+  out << "  " << lister << " lists " << count << (count == 1 ? " device:\n" : " devices:\n");
+  for (int32_t k = 1; k <= count; ++k) {
+    const Variant position[] = {Variant(k)};
+    const std::shared_ptr<Object> record = list->Call("Item", position).AsObject();
+    out << "    " << EscapeText(record->Call("ID").AsString()) << "  " << EscapeText(record->Call("Name").AsString())
+        << '\n';
+  }
+  if (count == 0) throw DemoFailure(std::string(lister) + " lists no device");
+  const Variant first[] = {Variant(int32_t{1})};
+  return list->Call("Item", first).AsObject()->Call("ID").AsString();
+}
+
 // Runs one target; the step in progress names a failure.
 Outcome RunTarget(const SimMake& target, std::ostream& out) {
   Outcome outcome;
@@ -51,6 +67,10 @@ Outcome RunTarget(const SimMake& target, std::ostream& out) {
   try {
     const sim::RunningDevice running = target.start();
     device = running.device;
+    if (!target.lister.empty()) {
+      step = "listing the devices with " + std::string(target.lister);
+      device = FirstListed(target.lister, out);
+    }
     step = "creating the object";
     const std::shared_ptr<Object> object = CreateObject(target.progid);  // released before the simulator
     if (target.prepare) {
@@ -65,14 +85,16 @@ Outcome RunTarget(const SimMake& target, std::ostream& out) {
     step = "listing the ports";
     const int32_t count = io->Ports();
     std::vector<std::string> entries;
-    int32_t output = -1;  // the first Boolean output
+    // The first output that takes the value to write: the target's own, or a Boolean.
+    const int32_t write_type = target.write.IsEmpty() ? vtBool : target.write.VarType();
+    int32_t output = -1;
     for (int32_t i = 0; i < count; ++i) {
       const int32_t direction = io->PortDirection(i);
       const int32_t type = io->PortType(i);
       step = "reading port " + std::to_string(i);
       entries.push_back(std::to_string(i) + " " + EscapeText(io->PortName(i)) + " (" + DirectionName(direction) + ", " +
                         TypeName(type) + ") = " + DisplayValue(io->PortValue(i)));
-      if (output < 0 && (direction == IOOutput || direction == IOBidirectional) && type == vtBool) output = i;
+      if (output < 0 && (direction == IOOutput || direction == IOBidirectional) && type == write_type) output = i;
     }
     out << "  connected to " << MaskCredentials(device) << ", " << count << (count == 1 ? " port" : " ports")
         << (count ? ":\n" : "\n");
@@ -82,9 +104,11 @@ Outcome RunTarget(const SimMake& target, std::ostream& out) {
     if (output >= 0) {
       step = "switching port " + std::to_string(output);
       const Variant before = io->PortValue(output);
-      if (!before.IsBool())
-        throw DemoFailure("port " + std::to_string(output) + " reads " + FormatTypedValue(before) + ", not a Boolean");
-      const Variant wanted(!before.AsBool());
+      if (before.VarType() != write_type) {
+        throw DemoFailure("port " + std::to_string(output) + " reads " + FormatTypedValue(before) + ", not a " +
+                          TypeName(write_type));
+      }
+      const Variant wanted = target.write.IsEmpty() ? Variant(!before.AsBool()) : target.write;
       io->PortValue(output, wanted);
       const Variant after = io->PortValue(output);
       if (after != wanted) {

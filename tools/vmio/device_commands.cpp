@@ -10,6 +10,7 @@
 
 #include "credentials.h"
 #include "value_text.h"
+#include "vmio/enumerator.h"
 #include "vmio/error.h"
 
 namespace vmio::cli {
@@ -101,6 +102,26 @@ int SetPort(const ClassInfo& cls, const std::string& device, int32_t index, bool
   OpenDevice open = Open(cls, device);
   open.device->PortValue(index, Variant(state));
   open.device->Disconnect();
+  return 0;
+}
+
+int ScanDevices(const ClassInfo* cls, std::ostream& out) {
+  if (cls && !cls->lists_devices)
+    throw UsageError(std::string(cls->progid) + " does not list devices (vmio scan alone tries every class that does)");
+  for (const ClassInfo& c : vmio::Classes()) {
+    if (!c.lists_devices || (cls && cls != &c)) continue;
+    const auto list = std::dynamic_pointer_cast<IODeviceEnumerator>(c.create());
+    if (!list) throw AutomationError(438);
+    const int32_t count = list->Count();
+    out << c.progid << ": " << count << (count == 1 ? " device\n" : " devices\n");
+    std::vector<std::array<std::string, 2>> rows;
+    size_t width = 0;
+    for (const auto& info : *list) {
+      rows.push_back({EscapeText(info->ID()), EscapeText(info->Name())});
+      width = std::max(width, rows.back()[0].size());
+    }
+    for (const auto& [id, name] : rows) out << "  " << id << std::string(width - id.size() + 2, ' ') << name << '\n';
+  }
   return 0;
 }
 

@@ -26,6 +26,10 @@ int ListPorts(const ClassInfo& cls, const std::string& device, std::ostream& out
 int GetPort(const ClassInfo& cls, const std::string& device, int32_t index, std::ostream& out);
 int SetPort(const ClassInfo& cls, const std::string& device, int32_t index, bool state);
 
+// Lists what the enumerating classes find (cls, or every one when null): per class a heading,
+// then the ID and name of each device.
+int ScanDevices(const ClassInfo* cls, std::ostream& out);
+
 struct WatchOptions {
   int32_t interval_ms = 500;
   std::optional<int32_t> count;     // polls; until stop when absent

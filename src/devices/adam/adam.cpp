@@ -28,6 +28,7 @@ constexpr AdamModel kModels[] = {
 constexpr int16_t kFirstRelayCoil = 16;
 constexpr int16_t kCoilsRead = 32;
 constexpr float kQueryWaitSeconds = 5.0f;
+constexpr int32_t kQueryWaitMs = 5000;  // a UDP connect only sets the peer: it never waits
 
 // The port piece of "host:port" as a number; nothing when it is not one.
 std::optional<uint16_t> ParsePort(std::string_view text) {
@@ -111,18 +112,23 @@ void ADAM::BuildPortTable() {
 std::string ADAM::GetModelNumber(const std::string& HostName) {
   const QuerySocket udp;
   if (!BindAnyLocal(udp.get())) RaiseConnectionFailed("Failed to open a UDP port");
-  if (!ConnectIPv4(udp.get(), HostName, query_port_)) RaiseConnectionFailed("Failed to open a UDP port");
+  if (!ConnectIPv4(udp.get(), HostName, query_port_, kQueryWaitMs)) RaiseConnectionFailed("Failed to open a UDP port");
   SendBytes(udp.get(), StringToBytes("$01M\r", kCodePage1252));
 
   std::array<uint8_t, 20> reply{};
   if (RecvTimeout(udp.get(), reply.data(), static_cast<int32_t>(reply.size()), 0, kQueryWaitSeconds) == -1) {
     RaiseConnectionFailed("Failed to get the model number");
   }
-  // A time-out goes on with the empty buffer. The model runs from the fourth character up to
-  // the first CR; the reply marker and address before it are not checked.
-  const auto cr = std::ranges::find(reply, uint8_t{'\r'});
-  if (cr == reply.end() || cr - reply.begin() < 3) Raise(5);  // no CR, or one inside the marker
-  return BytesToString(std::span<const uint8_t>(reply.begin() + 3, cr), kCodePage1252);
+  // A time-out goes on with the empty buffer.
+  return AdamModelFromAnswer(reply);
+}
+
+std::string AdamModelFromAnswer(std::span<const uint8_t> answer) {
+  // The model runs from the fourth character up to the first CR; the reply marker and
+  // address before it are not checked.
+  const auto cr = std::ranges::find(answer, uint8_t{'\r'});
+  if (cr == answer.end() || cr - answer.begin() < 3) Raise(5);  // no CR, or one inside the marker
+  return BytesToString(std::span<const uint8_t>(answer.begin() + 3, cr), kCodePage1252);
 }
 
 void ADAM::RefreshInputs() {

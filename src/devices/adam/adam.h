@@ -15,6 +15,7 @@
 // CR (as after 5 s of silence). A failure after the Modbus connect leaves Connected true and
 // the port table as it was. Reads and writes pass the client's 46002-46005 through.
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "core/common.h"
@@ -25,6 +26,10 @@ namespace vmio {
 
 inline constexpr uint16_t kAdamModbusPort = 502;
 inline constexpr uint16_t kAdamQueryPort = 1025;
+
+// The model in the answer to "$01M" CR: the text between the three marker characters and
+// the first CR. Raises 5 when there is no CR after the marker.
+std::string AdamModelFromAnswer(std::span<const uint8_t> answer);
 
 class ADAM : public PortTableDevice {
  public:

@@ -7,6 +7,7 @@
 #include "core/numeric.h"
 #include "core/pumping_wait.h"
 #include "core/string_encoding.h"
+#include "devices/rs232/line_assembly.h"
 #include "vmio/events.h"
 
 namespace vmio {
@@ -144,20 +145,9 @@ std::string RS232::Listen(std::string_view terminator) {
   if (terminator.empty()) {
     last_line_ = std::move(listen_buffer_);
     listen_buffer_.clear();
-  } else {
+  } else if (std::optional<std::string> line = TakeLastLine(listen_buffer_, terminator)) {
     // The last complete line wins; an unfinished one stays buffered.
-    size_t rest = 0;
-    std::string_view line;
-    bool complete = false;
-    for (size_t end; (end = listen_buffer_.find(terminator, rest)) != std::string::npos;
-         rest = end + terminator.size()) {
-      line = std::string_view(listen_buffer_).substr(rest, end - rest);
-      complete = true;
-    }
-    if (complete) {
-      last_line_ = line;
-      listen_buffer_.erase(0, rest);
-    }
+    last_line_ = std::move(*line);
   }
   if (last_line_.starts_with("*B")) last_line_.erase(0, CharactersToBytes(last_line_, 5));
   return last_line_;

@@ -1,35 +1,26 @@
 #include "registration/com/com_classes.h"
 
 #include "core/errors.h"
-#include "registration/com/unavailable_device.h"
-#include "vmio/enumerator.h"
 #include "vmio/objects.h"
 #include "vmio_h.h"
 
 namespace vmio::com {
 namespace {
 
-std::shared_ptr<Object> NoLogger() { return std::make_shared<UnavailableDevice>("Connection failed"); }
-// Finds no loggers: an empty list.
-std::shared_ptr<Object> NoLoggerList() { return std::make_shared<IODeviceEnumerator>(); }
-std::shared_ptr<Object> NoAccessSoftware() {
-  return std::make_shared<UnavailableDevice>("The AX200 software is not found");
-}
-
 constexpr ComClass kComClasses[] = {
-    {"IODevice", &CLSID_IODevice, nullptr},
-    {"Axis", &CLSID_Axis, nullptr},
-    {"Vivotek", &CLSID_Vivotek, nullptr},
-    {"ACTi", &CLSID_ACTi, nullptr},
-    {"StarDot", &CLSID_StarDot, nullptr},
-    {"Genie", &CLSID_Genie, nullptr},
-    {"AviosysPDU", &CLSID_AviosysPDU, nullptr},
-    {"ADAM", &CLSID_ADAM, nullptr},
-    {"RS232", &CLSID_RS232, nullptr},
-    {"LogIT", &CLSID_LogIT, &NoLogger},
-    {"LogITEnum", &CLSID_LogITEnum, &NoLoggerList},
-    {"AxxessIDDoor", &CLSID_AxxessIDDoor, &NoAccessSoftware},
-    {"AxxessIDSensor", &CLSID_AxxessIDSensor, &NoAccessSoftware},
+    {"IODevice", &CLSID_IODevice},
+    {"Axis", &CLSID_Axis},
+    {"Vivotek", &CLSID_Vivotek},
+    {"ACTi", &CLSID_ACTi},
+    {"StarDot", &CLSID_StarDot},
+    {"Genie", &CLSID_Genie},
+    {"AviosysPDU", &CLSID_AviosysPDU},
+    {"ADAM", &CLSID_ADAM},
+    {"RS232", &CLSID_RS232},
+    {"LogIT", &CLSID_LogIT},
+    {"LogITEnum", &CLSID_LogITEnum},
+    {"AxxessIDDoor", &CLSID_AxxessIDDoor},
+    {"AxxessIDSensor", &CLSID_AxxessIDSensor},
 };
 
 }  // namespace
@@ -47,9 +38,9 @@ const ComClass* FindComClass(REFCLSID clsid) {
 }
 
 std::shared_ptr<Object> CreateInstance(const ComClass& c) {
-  if (const ClassInfo* info = FindClass(std::string("VMIO.") + c.name)) return info->create();
-  if (c.stand_in) return c.stand_in();
-  Raise(429);
+  const ClassInfo* info = FindClass(std::string("VMIO.") + c.name);
+  if (!info) Raise(429);
+  return info->create();
 }
 
 }  // namespace vmio::com

@@ -14,14 +14,11 @@ namespace vmio::com {
 struct ComClass {
   const char* name;  // "Axis": ProgIDs VMIO.Axis and VMIO.Axis.1
   const CLSID* clsid;
-  // What stands in for a class the library does not have on this platform yet; nullptr
-  // when the library always has it.
-  std::shared_ptr<Object> (*stand_in)();
 };
 
 std::span<const ComClass> ComClasses();
 const ComClass* FindComClass(REFCLSID clsid);
-// A new instance: the library's class of that programmatic name, or the stand-in.
+// A new instance of the library's class of that programmatic name.
 std::shared_ptr<Object> CreateInstance(const ComClass& c);
 
 // Answered by QueryInterface on the component's own objects only: how an object passed back

@@ -26,6 +26,7 @@ enum : int32_t {
   kPortValue = 7,
   kAddCommand = 101,
   kGetCommand = 102,
+  kCallback = 101,
   kItem = 0,
   kCount = 1,
   kNewEnum = -4,
@@ -306,8 +307,7 @@ HRESULT DispatchObject::get_Name(BSTR* Name) {
 }
 
 HRESULT DispatchObject::Callback() {
-  // The interface has no member table entry: its one member is the C++ interface's.
-  return Guarded(IID__Callbackable, [&] { dynamic_cast<Callbackable&>(*target_).Callback(); });
+  return Guarded(IID__Callbackable, [&] { CallMember(kCallback, MemberKind::kMethod, {}); });
 }
 
 HRESULT DispatchObject::InterfaceSupportsErrorInfo(REFIID iid) {

@@ -4,7 +4,9 @@
 //
 // The transfer is driven here with the multi interface instead of curl_easy_perform so that
 // the receive time-out is a true inactivity time-out with millisecond precision: it runs from
-// the moment a request goes out and restarts whenever response bytes arrive.
+// the moment a request goes out and restarts whenever response bytes arrive. Since a reply
+// dripping a byte at a time never trips it, a request limit also runs from the first send of
+// a request (redirects and authentication round trips included) and ends it whatever arrives.
 #include <curl/curl.h>
 
 #include <algorithm>
@@ -19,6 +21,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr long kConnectTimeoutMs = 10000;
 constexpr uint32_t kReceiveTimeoutMs = 5000;
+constexpr long long kRequestLimitMs = 30000;
 constexpr long kMaxRedirects = 10;
 constexpr int kIdlePollMs = 1000;  // the longest single wait when no time-out is near
 
@@ -92,7 +95,9 @@ class CurlSession final : public HttpSession {
     headers_done_ = false;
     informational_ = false;
     stopped_ = false;
+    sent_ = false;
     timed_out_ = false;
+    over_limit_ = false;
     error_buffer_[0] = '\0';
     curl_easy_setopt(easy_, CURLOPT_URL, url.c_str());
     if (postData.empty()) {
@@ -107,8 +112,10 @@ class CurlSession final : public HttpSession {
     receiver_ = nullptr;
     curl_off_t length = -1;
     curl_easy_getinfo(easy_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    last_response_ = code == CURLE_OK   ? ""
-                     : timed_out_       ? "Receive time-out: no data for " + std::to_string(receive_timeout_ms_) + " ms"
+    last_response_ = code == CURLE_OK ? ""
+                     : timed_out_     ? "Receive time-out: no data for " + std::to_string(receive_timeout_ms_) + " ms"
+                     : over_limit_
+                         ? "Request time-out: no whole reply within " + std::to_string(kRequestLimitMs) + " ms"
                      : error_buffer_[0] ? error_buffer_
                                         : curl_easy_strerror(code);
     return {Classify(code), length};
@@ -117,7 +124,8 @@ class CurlSession final : public HttpSession {
   std::string LastResponse() const override { return last_response_; }
 
  private:
-  // Runs the transfer to its end, or until no byte has arrived for the receive time-out.
+  // Runs the transfer to its end, until no byte has arrived for the receive time-out, or until
+  // the request limit has passed since the request first went out.
   CURLcode Transfer() {
     if (curl_multi_add_handle(multi_, easy_) != CURLM_OK) return CURLE_FAILED_INIT;
     CURLcode code = CURLE_FAILED_INIT;
@@ -133,6 +141,15 @@ class CurlSession final : public HttpSession {
       long wait_ms = kIdlePollMs;
       curl_multi_timeout(multi_, &wait_ms);
       if (wait_ms < 0 || wait_ms > kIdlePollMs) wait_ms = kIdlePollMs;
+      if (sent_) {
+        const long long left = std::chrono::duration_cast<std::chrono::milliseconds>(limit_ - Clock::now()).count();
+        if (left <= 0) {
+          over_limit_ = true;
+          code = CURLE_OPERATION_TIMEDOUT;
+          break;
+        }
+        wait_ms = static_cast<long>(std::min<long long>(wait_ms, left));
+      }
       if (waiting_ && receive_timeout_ms_ > 0) {
         const auto idle = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - last_activity_).count();
         const long long left = static_cast<long long>(receive_timeout_ms_) - idle;
@@ -157,8 +174,12 @@ class CurlSession final : public HttpSession {
       case CURLE_PARTIAL_FILE:
         return headers_done_ ? HttpOutcome::Truncated : HttpOutcome::NoResponse;
       case CURLE_URL_MALFORMAT:
-      case CURLE_UNSUPPORTED_PROTOCOL:
         return HttpOutcome::BadUrl;
+      case CURLE_UNSUPPORTED_PROTOCOL:
+        // Before sending it is the URL's scheme; after, a reply that is not HTTP at all
+        // (libcurl refuses it as HTTP/0.9): the device failed the request.
+        if (!sent_) return HttpOutcome::BadUrl;
+        return headers_done_ ? HttpOutcome::BodyBroken : HttpOutcome::NoResponse;
       default:
         return headers_done_ ? HttpOutcome::BodyBroken : HttpOutcome::NoResponse;
     }
@@ -243,6 +264,8 @@ class CurlSession final : public HttpSession {
   static int OnSending(void* self_ptr, char*, char*, int, int) {
     auto* self = static_cast<CurlSession*>(self_ptr);
     self->Heard();
+    if (!self->sent_) self->limit_ = self->last_activity_ + std::chrono::milliseconds(kRequestLimitMs);
+    self->sent_ = true;
     self->waiting_ = true;
     self->headers_done_ = false;
     return CURL_PREREQFUNC_OK;
@@ -260,11 +283,14 @@ class CurlSession final : public HttpSession {
   // The request in progress.
   HttpReceiver* receiver_ = nullptr;
   Clock::time_point last_activity_;
+  Clock::time_point limit_;     // when the request limit ends the request
   bool waiting_ = false;        // a request is out: the receive time-out runs
   bool informational_ = false;  // the response being read is a 1xx one
   bool headers_done_ = false;   // a final response's headers are complete
   bool stopped_ = false;        // the receiver stopped the transfer
+  bool sent_ = false;           // a request of this exchange has gone out: the limit runs
   bool timed_out_ = false;
+  bool over_limit_ = false;
 };
 
 }  // namespace

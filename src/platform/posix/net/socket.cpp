@@ -2,6 +2,7 @@
 #include "net/socket.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -42,9 +43,29 @@ bool BindAnyLocal(SocketHandle s) {
   return bind(Fd(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
 }
 
-bool ConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port) {
+bool ConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port, int32_t timeoutMs) {
   const sockaddr_in a = IPv4(inet_addr(dottedAddress.c_str()), port);
-  return connect(Fd(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
+  const int flags = fcntl(Fd(s), F_GETFL);
+  if (flags < 0 || fcntl(Fd(s), F_SETFL, flags | O_NONBLOCK) != 0) return false;
+  bool connected = connect(Fd(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
+  if (!connected && errno == EINPROGRESS) {
+    pollfd p{Fd(s), POLLOUT, 0};
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0));
+    int r;
+    do {
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+      r = poll(&p, 1, static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX)));
+    } while (r < 0 && errno == EINTR);
+    int error = 0;
+    socklen_t len = sizeof error;
+    connected = r == 1 && getsockopt(Fd(s), SOL_SOCKET, SO_ERROR, &error, &len) == 0 && error == 0;
+    if (r == 0) errno = ETIMEDOUT;
+    if (r == 1 && error != 0) errno = error;
+  }
+  const int saved = errno;
+  fcntl(Fd(s), F_SETFL, flags);
+  errno = saved;
+  return connected;
 }
 
 int32_t SendBytes(SocketHandle s, std::span<const uint8_t> bytes) {

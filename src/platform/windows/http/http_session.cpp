@@ -1,7 +1,9 @@
 // The HTTP seam on WinInet. Each session is one InternetOpen handle for the client's whole
 // life; WinInet keeps the connection to a device open between requests (HTTP/1.1 keep-alive)
 // and opens a new one by itself when the device has closed it. WinInet does all the waiting:
-// 10000 ms to connect, the receive time-out (5000 ms unless set) between arriving bytes.
+// 10000 ms to connect, the receive time-out (5000 ms unless set) between arriving bytes. The
+// request limit (30000 ms from the send, as elsewhere) is checked here between body chunks;
+// while the headers arrive only WinInet's own time-outs apply.
 #include <windows.h>
 
 // After windows.h, which they need.
@@ -18,6 +20,7 @@ namespace {
 
 constexpr DWORD kConnectTimeoutMs = 10000;
 constexpr DWORD kReceiveTimeoutMs = 5000;
+constexpr ULONGLONG kRequestLimitMs = 30000;
 constexpr DWORD kChunkBytes = 64 * 1024;
 // Always from the device, never into the cache; credentials only as given, no dialogs, no
 // cookies: what the libcurl session does elsewhere.
@@ -169,6 +172,7 @@ class WinInetSession final : public HttpSession {
                                                   kRequestFlags | (anonymous ? INTERNET_FLAG_NO_AUTH : 0), 0));
     if (!request) return Failed(HttpOutcome::NoRequest);
 
+    const ULONGLONG limit = GetTickCount64() + kRequestLimitMs;
     std::string headers = kBaseHeaders + sendHeaders;
     if (!headers.ends_with("\r\n")) headers += "\r\n";
     if (!HttpSendRequestA(request.get(), headers.c_str(), static_cast<DWORD>(headers.size()),
@@ -204,6 +208,10 @@ class WinInetSession final : public HttpSession {
       if (read == 0) break;
       received += read;
       if (!receiver.OnBody(std::span<const uint8_t>(chunk.data(), read), total)) return {HttpOutcome::Stopped, total};
+      if (GetTickCount64() >= limit) {
+        last_response_ = "Request time-out: no whole reply within " + std::to_string(kRequestLimitMs) + " ms";
+        return {HttpOutcome::BodyBroken, total};
+      }
     }
     return {total >= 0 && received < total ? HttpOutcome::Truncated : HttpOutcome::Complete, total};
   }

@@ -39,9 +39,32 @@ bool BindAnyLocal(SocketHandle s) {
   return bind(Sock(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
 }
 
-bool ConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port) {
+bool ConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port, int32_t timeoutMs) {
   const sockaddr_in a = IPv4(inet_addr(dottedAddress.c_str()), port);
-  return connect(Sock(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
+  // Non-blocking for the connect only, so the wait ends at the time-out, not the system's.
+  u_long on = 1, off = 0;
+  if (ioctlsocket(Sock(s), FIONBIO, &on) != 0) return false;
+  bool connected = connect(Sock(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
+  int error = connected ? 0 : WSAGetLastError();
+  if (!connected && error == WSAEWOULDBLOCK) {
+    fd_set writable, failed;
+    FD_ZERO(&writable);
+    FD_ZERO(&failed);
+    FD_SET(Sock(s), &writable);
+    FD_SET(Sock(s), &failed);
+    const int32_t ms = timeoutMs < 0 ? 0 : timeoutMs;
+    timeval limit{ms / 1000, (ms % 1000) * 1000};
+    const int r = select(0, nullptr, &writable, &failed, &limit);
+    connected = r == 1 && FD_ISSET(Sock(s), &writable);
+    error = r == 0 ? WSAETIMEDOUT : 0;
+    if (r == 1 && !connected) {
+      int length = sizeof error;
+      getsockopt(Sock(s), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length);
+    }
+  }
+  ioctlsocket(Sock(s), FIONBIO, &off);
+  WSASetLastError(error);
+  return connected;
 }
 
 int32_t SendBytes(SocketHandle s, std::span<const uint8_t> bytes) {

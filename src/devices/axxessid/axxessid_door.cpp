@@ -1,0 +1,120 @@
+#include "devices/axxessid/axxessid_door.h"
+
+#include <chrono>
+#include <string_view>
+#include <utility>
+
+#include "core/common.h"
+#include "core/errors.h"
+#include "core/numeric.h"
+#include "devices/axxessid/ax200_attach.h"
+
+namespace vmio {
+namespace {
+
+constexpr int32_t kStatusTimeout = 2000;  // ms
+
+// The AX200 mode texts and the port values they read as.
+constexpr std::pair<std::string_view, std::string_view> kModes[] = {
+    {"DoorUnlock", "Unlocked"},
+    {"Normal", "Normal"},
+    {"HighSecurity", "Secure"},
+    {"Deadlock", "Locked"},
+};
+
+// The values a host writes, in the order they are compared, and the commands they send.
+constexpr std::pair<std::string_view, DoorCommand> kCommands[] = {
+    {"Open", DoorCommand::kOpen},           {"Unlocked", DoorCommand::kUnlock}, {"Normal", DoorCommand::kNormal},
+    {"Secure", DoorCommand::kHighSecurity}, {"Locked", DoorCommand::kDeadlock},
+};
+
+}  // namespace
+
+AxxessIDDoor::AxxessIDDoor() : door_con_(CreateAccessBridge(*this)) {}
+
+AxxessIDDoor::~AxxessIDDoor() { Disconnect(); }
+
+void AxxessIDDoor::Connect(const std::string& Device) {
+  Connected = AttachToAX200(*door_con_, Device);
+  if (!Connected) RaiseSoftwareNotFound();
+  AccessDoorList list = door_con_->Doors("Y", "");
+  if (!list.valid) {
+    DoorIDs.clear();
+    DoorNames.clear();
+    return;
+  }
+  std::vector<int16_t> ids;
+  std::vector<std::string> names;
+  for (AccessDoor& door : list.doors) {
+    ids.push_back(RoundToInt16(door.id));
+    names.push_back(std::move(door.name));
+  }
+  DoorIDs = std::move(ids);
+  DoorNames = std::move(names);
+}
+
+void AxxessIDDoor::Disconnect() { Connected = false; }
+
+int32_t AxxessIDDoor::Ports() {
+  if (!Connected) RaiseNotConnected();
+  return static_cast<int32_t>(DoorNames.size());
+}
+
+int32_t AxxessIDDoor::PortDirection(int32_t Index) {
+  CheckIndex(Index);
+  return IOBidirectional;
+}
+
+int32_t AxxessIDDoor::PortType(int32_t Index) {
+  CheckIndex(Index);
+  return vtString;
+}
+
+std::string AxxessIDDoor::PortName(int32_t Index) {
+  CheckIndex(Index);
+  return DoorNames[static_cast<size_t>(Index)];
+}
+
+Variant AxxessIDDoor::PortValue(int32_t Index) {
+  if (!Connected) RaiseNotConnected();
+  CheckIndex(Index);
+  const std::string id = std::to_string(DoorIDs[static_cast<size_t>(Index)]);
+  WaitingForStatus = true;
+  door_con_->RequestStatus(id);
+  const int32_t start = TickCount();
+  // Just past the time-out, so the last wait ends where the tick check fails.
+  const auto deadline = WaitClock::now() + std::chrono::milliseconds(kStatusTimeout + 1);
+  while (WaitingForStatus) {
+    door_con_->WaitForEvents(deadline);
+    if (TickDiff(start) > kStatusTimeout) Raise(IOErrorGettingValue, "Timed out getting door status");
+  }
+  const std::string status = door_con_->Status();
+  if (status.empty()) Raise(IOErrorGettingValue, "The AX200 software is not running");
+  for (const auto& [mode, value] : kModes) {
+    if (status == mode) return Variant(std::string(value));
+  }
+  return Variant();
+}
+
+void AxxessIDDoor::PortValue(int32_t Index, const Variant& NewValue) {
+  if (!Connected) RaiseNotConnected();
+  CheckIndex(Index);
+  const std::string id = std::to_string(DoorIDs[static_cast<size_t>(Index)]);
+  if (!NewValue.IsString()) return;
+  for (const auto& [value, command] : kCommands) {
+    if (NewValue.AsString() == value) {
+      door_con_->Command(command, id);
+      return;
+    }
+  }
+}
+
+void AxxessIDDoor::DoorStatus() { WaitingForStatus = false; }
+
+void AxxessIDDoor::Disconnected() { WaitingForStatus = false; }
+
+void AxxessIDDoor::CheckIndex(int32_t Index) const {
+  if (Index < 0 || static_cast<size_t>(Index) >= DoorNames.size()) Raise(9);
+}
+
+}  // namespace vmio

@@ -1,0 +1,51 @@
+#pragma once
+// AxxessIDSensor: the environment sensors of an AxxessID installation, one string input each.
+//
+// It attaches to the AX200 software exactly as AxxessIDDoor does (same device string, same
+// errors), then takes the software's sensor list: the ports are its sensors in list order,
+// named by the software, each reading the sensor's current value text. One list read serves
+// every port for 500 ms. A sensor that has left the list since Connect reads empty; a
+// software that stops answering reads as 45005 "The AX200 software is not running".
+//
+// Writing raises 45004 "Port N is not an output port", with the blank before "is" that the
+// other drivers leave out. PortDirection, PortType and PortName check only the index.
+#include <cstdint>
+#include <memory>
+
+#include <string>
+#include <vector>
+
+#include "access/access_bridge.h"
+#include "core/common.h"
+#include "vmio/io_device.h"
+
+namespace vmio {
+
+class AxxessIDSensor final : public IODevice, private AccessEvents {
+ public:
+  AxxessIDSensor();
+  ~AxxessIDSensor() override;
+
+  void Connect(const std::string& Device) override;
+  void Disconnect() override;
+  int32_t Ports() override;
+  int32_t PortDirection(int32_t Index) override;
+  int32_t PortType(int32_t Index) override;
+  std::string PortName(int32_t Index) override;
+  Variant PortValue(int32_t Index) override;
+  void PortValue(int32_t Index, const Variant& NewValue) override;
+
+ private:
+  // Sensors report no events of their own; the list is read when asked.
+  void DoorStatus() override {}
+  void Disconnected() override {}
+  void CheckIndex(int32_t Index) const;
+  void Refresh();
+
+  bool Connected = false;
+  std::vector<AccessSensor> sensors_;
+  StateCache values_;  // the last successful read of the list
+  std::unique_ptr<AccessBridge> bridge_;
+};
+
+}  // namespace vmio
