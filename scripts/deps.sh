@@ -3,7 +3,7 @@
 # With arguments, installs those packages instead (scripts/test-windows.sh gives its own list).
 set -euo pipefail
 pkgs=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libcpp-httplib-dev
-      libmodbus-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format
+      libmodbus-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format python3-pytest
       clang libclang-rt-14-dev)  # clang and its runtime: the libFuzzer targets
 if (($#)); then pkgs=("$@"); fi
 missing=()

@@ -1,8 +1,10 @@
 #pragma once
 // The interface an object implements to be called back by a timer (see vmio/events.h).
+#include "vmio/export.h"
+
 namespace vmio {
 
-class Callbackable {
+class VMIO_API Callbackable {
  public:
   virtual ~Callbackable() = default;
   // Called on the thread that started the timer, each time its interval has elapsed and

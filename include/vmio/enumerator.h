@@ -10,12 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "vmio/export.h"
 #include "vmio/object.h"
 #include "vmio/variant.h"
 
 namespace vmio {
 
-class IODeviceInfo : public Object {
+class VMIO_API IODeviceInfo : public Object {
  public:
   IODeviceInfo() = default;
   IODeviceInfo(std::string ID, std::string Name) : id_(std::move(ID)), name_(std::move(Name)) {}
@@ -31,7 +32,7 @@ class IODeviceInfo : public Object {
   std::string name_;
 };
 
-class IODeviceEnumerator : public Object {
+class VMIO_API IODeviceEnumerator : public Object {
  public:
   using Records = std::vector<std::shared_ptr<IODeviceInfo>>;
 

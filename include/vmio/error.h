@@ -4,9 +4,11 @@
 #include <stdexcept>
 #include <string>
 
+#include "vmio/export.h"
+
 namespace vmio {
 
-class AutomationError : public std::runtime_error {
+class VMIO_API AutomationError : public std::runtime_error {
  public:
   // A run-time error with the automation run-time's standard text for its number
   // (5, 6, 7, 9, 13, 91, 429, 438, 450, 457); an empty description for other numbers.
@@ -22,6 +24,6 @@ class AutomationError : public std::runtime_error {
 };
 
 // The run-time's standard description for a number, or "" when it has none here.
-std::string StandardErrorText(int32_t number);
+VMIO_API std::string StandardErrorText(int32_t number);
 
 }  // namespace vmio

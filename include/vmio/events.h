@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "vmio/callbackable.h"
+#include "vmio/export.h"
 
 namespace vmio {
 
@@ -19,18 +20,18 @@ namespace vmio {
 // until it is stopped. A thread runs at most 10000 timers; a start beyond that fails, and the
 // failed start is registered under identifier 0 (so a second failed start raises 457 until
 // StopCallbackTimer(0)).
-int32_t StartCallbackTimer(std::shared_ptr<Callbackable> target, int32_t interval);
+VMIO_API int32_t StartCallbackTimer(std::shared_ptr<Callbackable> target, int32_t interval);
 
 // Stops the timer and releases its target; its callback never runs again, even if it was
 // already due. Raises 5 when this thread has no timer with that identifier.
-void StopCallbackTimer(int32_t id);
+VMIO_API void StopCallbackTimer(int32_t id);
 
 // Runs, once each, the callbacks of this thread's timers that are due, then returns. A timer
 // that missed several periods fires once; its next time stays on its original beat.
-void RunPendingEvents();
+VMIO_API void RunPendingEvents();
 
 // Milliseconds until this thread's next timer is due (0 when one is due now), or -1 when
 // no timer is running.
-int32_t MillisecondsUntilNextEvent();
+VMIO_API int32_t MillisecondsUntilNextEvent();
 
 }  // namespace vmio

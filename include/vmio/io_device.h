@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <string>
 
+#include "vmio/export.h"
 #include "vmio/object.h"
 #include "vmio/variant.h"
 
@@ -30,7 +31,7 @@ enum IOErrors : int32_t {
   IOErrorGettingValue = 45005,
 };
 
-class IODevice : public Object {
+class VMIO_API IODevice : public Object {
  public:
   virtual void Connect(const std::string& Device) = 0;
   virtual void Disconnect() = 0;

@@ -15,6 +15,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "vmio/export.h"
 #include "vmio/variant.h"
 
 namespace vmio {
@@ -37,7 +38,7 @@ struct Member {
 };
 
 // A class's members, chained to those of the interface or class it extends.
-struct MemberTable {
+struct VMIO_API MemberTable {
   std::span<const Member> members;
   const MemberTable* base = nullptr;
 
@@ -47,7 +48,7 @@ struct MemberTable {
   const Member* Find(int32_t dispid, MemberKind kind) const;
 };
 
-class Object {
+class VMIO_API Object {
  public:
   virtual ~Object() = default;
   virtual const MemberTable& Members() const;

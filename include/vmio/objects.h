@@ -4,6 +4,8 @@
 #include <span>
 #include <string_view>
 
+#include "vmio/error.h"  // what every call raises
+#include "vmio/export.h"
 #include "vmio/io_device.h"
 
 namespace vmio {
@@ -16,14 +18,14 @@ struct ClassInfo {
 };
 
 // Every creatable class, in a stable order.
-std::span<const ClassInfo> Classes();
+VMIO_API std::span<const ClassInfo> Classes();
 
 // The class of a programmatic or short name ("VMIO.Axis" or "axis", case-insensitive), or
 // nullptr when no class has that name.
-const ClassInfo* FindClass(std::string_view name);
+VMIO_API const ClassInfo* FindClass(std::string_view name);
 
 // Creates a class by programmatic name (case-insensitive, as the registry is).
 // Raises 429 "ActiveX component can't create object" for an unknown name.
-std::shared_ptr<Object> CreateObject(std::string_view progid);
+VMIO_API std::shared_ptr<Object> CreateObject(std::string_view progid);
 
 }  // namespace vmio

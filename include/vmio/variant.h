@@ -13,6 +13,8 @@
 #include <variant>
 #include <vector>
 
+#include "vmio/export.h"
+
 namespace vmio {
 
 class Object;
@@ -31,7 +33,7 @@ enum VarTypeCode : int32_t {
   vtArray = 0x2000,  // combined with the element type: vtArray | vtString
 };
 
-class Variant {
+class VMIO_API Variant {
  public:
   Variant() = default;
   template <std::same_as<bool> T>

@@ -2,6 +2,7 @@
 
 #include "core/errors.h"
 #include "core/string_encoding.h"
+#include "core/text_match.h"
 #include "vmio/error.h"
 
 namespace vmio {
@@ -11,7 +12,9 @@ HttpDevice::HttpDevice() { client.UserAgent(kDeviceUserAgent); }
 std::string HttpDevice::Url(std::string_view Path) const {
   std::string url;
   url.reserve(7 + Host.size() + Path.size());
-  url.append("http://").append(Host).append(Path);
+  // A device string may ask for TLS by its scheme; every other one is an http authority.
+  if (!EqualsNoCase(std::string_view(Host).substr(0, 8), "https://")) url.append("http://");
+  url.append(Host).append(Path);
   return url;
 }
 

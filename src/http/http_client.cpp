@@ -9,6 +9,7 @@
 
 #include "core/errors.h"
 #include "core/string_encoding.h"
+#include "core/trace.h"
 #include "http/header_block.h"
 #include "http/http_session.h"
 
@@ -119,7 +120,10 @@ class Exchange final : public HttpReceiver {
  public:
   Exchange(HttpBodySink& sink, const decltype(HTTPClient::Progress)& progress) : sink_(sink), progress_(progress) {}
 
-  void OnHeaderLine(std::string_view line) override { headers_.AddLine(line); }
+  void OnHeaderLine(std::string_view line) override {
+    if (line.starts_with("HTTP/")) Trace("http: ", line.substr(0, line.find_first_of("\r\n")));
+    headers_.AddLine(line);
+  }
 
   bool OnBody(std::span<const uint8_t> chunk, int64_t total) override {
     bool cancel = false;
@@ -168,8 +172,10 @@ void HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders,
   std::string headers_storage;
   std::string post_storage;
   Exchange exchange(sink, Progress);
+  Trace("http: ", PostData.empty() ? "GET " : "POST ", MaskPassword(URL));
   const HttpResult result = session_->Perform(Ansi(URL, url_storage), Ansi(SendHeaders, headers_storage),
                                               Ansi(PostData, post_storage), exchange);
+  if (result.outcome != HttpOutcome::Complete) Trace("http: ", session_->LastResponse());
   switch (result.outcome) {
     case HttpOutcome::Complete:
     case HttpOutcome::Truncated:  // an early close is an end of data, as the platform reports it

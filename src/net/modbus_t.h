@@ -25,6 +25,7 @@
 #include <variant>
 #include <vector>
 
+#include "core/trace.h"
 #include "net/socket.h"
 
 namespace vmio {
@@ -70,9 +71,11 @@ class ModbusT {
   std::vector<uint8_t> BuildRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments);
   // Drops what is already waiting on the socket, without waiting; bounded against a flood.
   void DiscardPending();
-  // Progress texts have no reader: they are discarded without being built.
+  // Progress texts go to the library's trace (built only when a host installed a handler).
   template <class... Parts>
-  static void DebugLog(const Parts&...) {}
+  static void DebugLog(const Parts&... parts) {
+    Trace("modbus: ", parts...);
+  }
 
   SocketHandle Socket = kNoSocket;
   bool connected_ = false;

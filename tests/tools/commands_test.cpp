@@ -2,12 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "axis_sim.h"
 #include "credentials.h"
 #include "vmio/objects.h"
+#include "vmio/version.h"
 
 namespace vmio::cli {
 namespace {
@@ -66,7 +72,8 @@ TEST(Commands, TakeClassesByProgidOrShortNameInAnyCase) {
     EXPECT_EQ(get.code, 0) << name << get.err;
     EXPECT_EQ(get.out, "(empty)\n");
   }
-  EXPECT_EQ(Vmio({"set", "iodevice", "host", "3", "TRUE"}).code, 0);
+  for (const char* state : {"TRUE", "false", "on", "Off", "1", "0"})
+    EXPECT_EQ(Vmio({"set", "iodevice", "host", "3", state}).code, 0) << state;
 }
 
 TEST(Commands, ReportUsageErrorsWithExitCode2) {
@@ -79,21 +86,28 @@ TEST(Commands, ReportUsageErrorsWithExitCode2) {
     std::string err;
   } cases[] = {
       {{"frobnicate"}, "vmio: unknown command 'frobnicate' (vmio --help lists them)\n"},
-      {{"ports", "iodevice"}, "vmio ports: missing arguments\nusage: vmio ports CLASS DEVICE\n"},
-      {{"classes", "extra"}, "vmio classes: too many arguments\nusage: vmio classes\n"},
+      {{"ports", "iodevice"}, "vmio ports: missing arguments\nusage: vmio ports CLASS DEVICE [--json]\n"},
+      {{"classes", "extra"}, "vmio classes: too many arguments\nusage: vmio classes [--json]\n"},
       {{"ports", "nosuch", "h"},
-       "vmio ports: unknown class 'nosuch' (vmio classes lists them)\nusage: vmio ports CLASS DEVICE\n"},
+       "vmio ports: unknown class 'nosuch' (vmio classes lists them)\nusage: vmio ports CLASS DEVICE [--json]\n"},
       {{"get", "iodevice", "h", "1.5"},
-       "vmio get: INDEX must be a whole number, not '1.5'\nusage: vmio get CLASS DEVICE INDEX\n"},
-      {{"set", "iodevice", "h", "0", "on"},
-       "vmio set: the new state is true or false, not 'on'\nusage: vmio set CLASS DEVICE INDEX true|false\n"},
+       "vmio get: INDEX must be a whole number, not '1.5'\nusage: vmio get CLASS DEVICE INDEX [--json]\n"},
+      {{"set", "iodevice", "h", "0", "maybe"},
+       "vmio set: the new state is true/false, on/off or 1/0, not 'maybe'\nusage: vmio set CLASS DEVICE INDEX "
+       "on|off\n"},
+      {{"ports", "iodevice", "h", "--password-file", "/dev/null"},
+       "vmio ports: --password-file needs --user\nusage: vmio ports CLASS DEVICE [--json]\n"},
+      {{"ports", "iodevice", "a:b@h", "--user", "root"},
+       "vmio ports: give credentials in DEVICE or with --user, not both\nusage: vmio ports CLASS DEVICE [--json]\n"},
+      {{"set", "iodevice", "h", "0", "on", "--json"},
+       "vmio set: unknown option '--json'\nusage: vmio set CLASS DEVICE INDEX on|off\n"},
       {{"watch", "iodevice", "h", "--count", "0"},
        "vmio watch: --count takes a whole number of at least 1, not '0'\nusage: vmio watch CLASS DEVICE [--interval "
-       "MS] [--count N]\n"},
+       "MS] [--count N] [--json]\n"},
       {{"watch", "iodevice", "h", "--interval"},
-       "vmio watch: --interval needs a value\nusage: vmio watch CLASS DEVICE [--interval MS] [--count N]\n"},
+       "vmio watch: --interval needs a value\nusage: vmio watch CLASS DEVICE [--interval MS] [--count N] [--json]\n"},
       {{"ports", "iodevice", "h", "--count", "2"},
-       "vmio ports: unknown option '--count'\nusage: vmio ports CLASS DEVICE\n"},
+       "vmio ports: unknown option '--count'\nusage: vmio ports CLASS DEVICE [--json]\n"},
   };
   for (const auto& c : cases) {
     const Result r = Vmio(c.args);
@@ -114,6 +128,104 @@ TEST(Commands, ExplainThemselvesWithHelp) {
   }
   // --help wins over arguments that would be a usage error.
   EXPECT_EQ(Vmio({"set", "x", "--help"}).code, 0);
+  const Result version = Vmio({"--version"});
+  EXPECT_EQ(version.code, 0);
+  EXPECT_EQ(version.out, std::string("vmio ") + VMIO_VERSION_STRING + "\n");
+}
+
+class CameraCommands : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    sim::AxisSimOptions options;
+    options.auth = {sim::AuthScheme::Digest, "root", "s3cret"};
+    camera = std::make_unique<sim::AxisSim>(options);
+    camera->Start();
+    authority = camera->Server().Authority();
+  }
+
+  std::unique_ptr<sim::AxisSim> camera;
+  std::string authority;
+};
+
+TEST_F(CameraCommands, PrintJsonForScripts) {
+  const std::string device = "root:s3cret@" + authority;
+  camera->Points().SetInput(2, 1);
+  const Result ports = Vmio({"ports", "axis", device, "--json"});
+  EXPECT_EQ(ports.code, 0) << ports.err;
+  EXPECT_EQ(ports.out.substr(0, ports.out.find("\"ports\"")),
+            "{\"class\":\"VMIO.Axis\",\"device\":\"root:***@" + authority + "\",");
+  EXPECT_NE(ports.out.find("{\"index\":1,\"name\":\"Input 2\",\"direction\":\"input\",\"type\":11,"
+                           "\"type_name\":\"Boolean\",\"value\":true}"),
+            std::string::npos)
+      << ports.out;
+  EXPECT_EQ(ports.out.find('\n'), ports.out.size() - 1);
+
+  EXPECT_EQ(Vmio({"get", "axis", device, "1", "--json"}).out, "{\"index\":1,\"name\":\"Input 2\",\"value\":true}\n");
+  EXPECT_EQ(Vmio({"classes", "--json"}).out.rfind("[{\"progid\":\"VMIO.IODevice\",\"name\":\"iodevice\"},", 0), 0u);
+
+  const Result watch = Vmio({"watch", "axis", device, "--count", "1", "--json"});
+  EXPECT_EQ(watch.code, 0);
+  const std::regex line(
+      R"re(\{"time":"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}([+-]\d\d:\d\d|Z)","index":\d,"name":"[^"]+","value":(true|false)\})re");
+  std::istringstream lines(watch.out);
+  int count = 0;
+  for (std::string text; std::getline(lines, text); ++count) EXPECT_TRUE(std::regex_match(text, line)) << text;
+  EXPECT_EQ(count, 6);
+
+  // A failure is a JSON object too, with the library's number and text.
+  const Result refused = Vmio({"get", "axis", "root:wrong@" + authority, "0", "--json"});
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_EQ(refused.out,
+            "{\"error\":{\"number\":45001,\"description\":\"Unable to connect to the device\",\"context\":\"cannot "
+            "connect to VMIO.Axis at root:***@" +
+                authority + " (vmio -v shows why)\"}}\n");
+}
+
+TEST_F(CameraCommands, TakeCredentialsFromAFileOrTheEnvironment) {
+  const std::string file = ::testing::TempDir() + "vmio-password";
+  std::ofstream(file) << "s3cret\n";
+  const Result from_file = Vmio({"set", "axis", authority, "4", "on", "--user", "root", "--password-file", file});
+  EXPECT_EQ(from_file.code, 0) << from_file.err;
+  EXPECT_EQ(camera->Points().Output(1), 1);
+
+  ::setenv("VMIO_PASSWORD", "s3cret", 1);
+  const Result from_environment = Vmio({"get", "axis", authority, "4", "--user=root"});
+  ::unsetenv("VMIO_PASSWORD");
+  EXPECT_EQ(from_environment.out, "true\n") << from_environment.err;
+  EXPECT_EQ(Vmio({"get", "axis", authority, "4", "--user=root"}).code, 1);  // no password
+}
+
+TEST_F(CameraCommands, ErrorsSayWhichPortAndKeepTheLibrarysText) {
+  const std::string device = "root:s3cret@" + authority;
+  const Result input = Vmio({"set", "axis", device, "0", "on"});
+  EXPECT_EQ(input.code, 1);
+  EXPECT_EQ(input.err, "vmio set: port 0 (Input 1) is an input\nerror 45004: Port 1is not an output port\n");
+  const Result beyond = Vmio({"get", "axis", device, "6"});
+  EXPECT_EQ(beyond.err, "vmio get: port 6 does not exist: the ports are 0 to 5\nerror 9: Subscript out of range\n");
+}
+
+TEST_F(CameraCommands, VerboseShowsWhyAConnectFailed) {
+  const Result wrong = Vmio({"-v", "ports", "axis", "root:Not-It@" + authority});
+  EXPECT_EQ(wrong.code, 1);
+  EXPECT_NE(wrong.err.find("401 Unauthorized"), std::string::npos) << wrong.err;
+  EXPECT_NE(wrong.err.find("error 45001: Unable to connect to the device\n"), std::string::npos);
+  EXPECT_EQ(wrong.err.find("Not-It"), std::string::npos);
+
+  // https:// asks for TLS to the same host and port: a device that speaks plain HTTP there
+  // fails the handshake.
+  const Result tls = Vmio({"-v", "get", "axis", "https://root:s3cret@" + authority, "0"});
+  EXPECT_EQ(tls.code, 1);
+  EXPECT_NE(tls.err.find("GET https://root:***@" + authority + "/"), std::string::npos) << tls.err;
+  EXPECT_NE(tls.err.find("SSL"), std::string::npos) << tls.err;
+
+  const std::string address = authority;
+  camera.reset();
+  const Result refused = Vmio({"ports", "axis", address, "-v"});
+  EXPECT_NE(refused.err.find("Connection refused"), std::string::npos) << refused.err;
+  // Without -v, only the library's error and what was being done.
+  EXPECT_EQ(Vmio({"ports", "axis", address}).err,
+            "vmio ports: cannot connect to VMIO.Axis at " + address +
+                " (vmio -v shows why)\nerror 45001: Unable to connect to the device\n");
 }
 
 TEST(Commands, ShellReadsTheGivenInput) {

@@ -37,6 +37,10 @@ TEST(LogITOnTheCommandLine, ScanListsLoggersByIdAndName) {
   EXPECT_EQ(not_a_list.code, 2);
   EXPECT_NE(not_a_list.err.find("VMIO.LogIT does not list devices"), std::string::npos) << not_a_list.err;
   EXPECT_EQ(Vmio({"scan", "logitenum", "extra"}).code, 2);
+  EXPECT_EQ(Vmio({"scan", "--json"}).out,
+            "[{\"class\":\"VMIO.LogITEnum\",\"id\":\"" + sim.DevicePath(0) +
+                "\",\"name\":\"LogIT Black Box 1\"},{\"class\":\"VMIO.LogITEnum\",\"id\":\"" + sim.DevicePath(1) +
+                "\",\"name\":\"LogIT Black Box 2\"}]\n");
 }
 
 TEST(LogITOnTheCommandLine, TheShellDrivesALoggerAndItsKeepAliveRunsDuringSleep) {

@@ -2,8 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
+#include <cstdlib>
+#include <fstream>
 #include <istream>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <vector>
 
@@ -11,27 +15,61 @@
 #include "demo.h"
 #include "device_commands.h"
 #include "interrupt.h"
+#include "json.h"
 #include "shell.h"
 #include "value_text.h"
 #include "vmio/error.h"
+#include "vmio/trace.h"
+#include "vmio/version.h"
 
 namespace vmio::cli {
 namespace {
 
 struct Invocation {
   std::vector<std::string> positional;
-  std::map<std::string, std::string, std::less<>> options;  // "--interval" -> "250"
+  std::map<std::string, std::string, std::less<>> options;  // "--interval" -> "250", "--json" -> ""
   std::istream& in;
   std::ostream& out;
+
+  Output Results() const { return {out, options.contains("--json")}; }
+  // DEVICE (the second argument) with the credentials of --user and --password-file (or
+  // VMIO_PASSWORD) put in front, so a password need not appear on the command line.
+  std::string Device() const;
 };
+
+std::string Invocation::Device() const {
+  const std::string& device = positional[1];
+  const auto user = options.find("--user");
+  const auto password_file = options.find("--password-file");
+  if (user == options.end()) {
+    if (password_file != options.end()) throw UsageError("--password-file needs --user");
+    return device;
+  }
+  std::string password;
+  if (password_file != options.end()) {
+    std::ifstream file(password_file->second);
+    if (!file || !std::getline(file, password))
+      throw UsageError("cannot read --password-file '" + password_file->second + "'");
+    if (!password.empty() && password.back() == '\r') password.pop_back();
+  } else if (const char* from_environment = std::getenv("VMIO_PASSWORD")) {
+    password = from_environment;
+  }
+  // A scheme (https://) stays in front of the credentials.
+  const size_t scheme = device.find("://");
+  const size_t authority = scheme == std::string::npos ? 0 : scheme + 3;
+  if (device.find('@', authority) != std::string::npos)
+    throw UsageError("give credentials in DEVICE or with --user, not both");
+  return device.substr(0, authority) + user->second + ":" + password + "@" + device.substr(authority);
+}
 
 struct Command {
   std::string_view name;
-  std::string_view synopsis;  // after "vmio "
-  std::string_view summary;   // one line for `vmio --help`
-  std::string_view details;   // for `vmio COMMAND --help`
-  size_t arguments;           // positional arguments; DEVICE, when taken, is the second
-  std::array<std::string_view, 2> options;
+  std::string_view synopsis;                // after "vmio "
+  std::string_view summary;                 // one line for `vmio --help`
+  std::string_view details;                 // for `vmio COMMAND --help`
+  size_t arguments;                         // positional arguments; DEVICE, when taken, is the second
+  std::array<std::string_view, 5> options;  // those taking a value
+  bool json;                                // whether --json applies
   int (*run)(const Invocation&);
   size_t optional_arguments = 0;  // taken after the required ones
 };
@@ -52,6 +90,15 @@ int32_t PositiveOption(const Invocation& inv, std::string_view name, int32_t fal
 }
 
 int Classes(const Invocation& inv) {
+  if (inv.Results().json) {
+    std::string list;
+    for (const ClassInfo& c : vmio::Classes()) {
+      list +=
+          (list.empty() ? "" : ",") + JsonObject().AddString("progid", c.progid).AddString("name", c.short_name).Text();
+    }
+    inv.out << "[" << list << "]\n";
+    return 0;
+  }
   size_t width = 0;
   for (const ClassInfo& c : vmio::Classes()) width = std::max(width, c.progid.size());
   for (const ClassInfo& c : vmio::Classes()) {
@@ -61,22 +108,29 @@ int Classes(const Invocation& inv) {
 }
 
 int Scan(const Invocation& inv) {
-  return ScanDevices(inv.positional.empty() ? nullptr : &FindClass(inv.positional[0]), inv.out);
+  return ScanDevices(inv.positional.empty() ? nullptr : &FindClass(inv.positional[0]), inv.Results());
 }
 
-int Ports(const Invocation& inv) { return ListPorts(FindClass(inv.positional[0]), inv.positional[1], inv.out); }
+int Ports(const Invocation& inv) { return ListPorts(FindClass(inv.positional[0]), inv.Device(), inv.Results()); }
 
 int Get(const Invocation& inv) {
   const ClassInfo& cls = FindClass(inv.positional[0]);
-  return GetPort(cls, inv.positional[1], ParseIndex(inv.positional[2]), inv.out);
+  return GetPort(cls, inv.Device(), ParseIndex(inv.positional[2]), inv.Results());
+}
+
+std::optional<bool> ParseState(std::string text) {
+  std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  if (text == "true" || text == "on" || text == "1") return true;
+  if (text == "false" || text == "off" || text == "0") return false;
+  return std::nullopt;
 }
 
 int Set(const Invocation& inv) {
   const ClassInfo& cls = FindClass(inv.positional[0]);
   const int32_t index = ParseIndex(inv.positional[2]);
-  const auto state = ParseTypedValue("bool:" + inv.positional[3]);
-  if (!state) throw UsageError("the new state is true or false, not '" + inv.positional[3] + "'");
-  return SetPort(cls, inv.positional[1], index, state->AsBool());
+  const auto state = ParseState(inv.positional[3]);
+  if (!state) throw UsageError("the new state is true/false, on/off or 1/0, not '" + inv.positional[3] + "'");
+  return SetPort(cls, inv.Device(), index, *state);
 }
 
 int Watch(const Invocation& inv) {
@@ -88,67 +142,79 @@ int Watch(const Invocation& inv) {
   // disconnected properly.
   const InterruptWatch interrupt;
   options.stop = interrupt.Handle();
-  return WatchPorts(cls, inv.positional[1], options, inv.out);
+  return WatchPorts(cls, inv.Device(), options, inv.Results());
 }
 
 int Shell(const Invocation& inv) { return RunShell(inv.in, inv.out); }
 
 int Demo(const Invocation& inv) { return RunDemo(DemoTargets(), inv.out) == 0 ? 0 : 1; }
 
+constexpr std::string_view kCredentialOptions[] = {"--user", "--password-file"};
+
 constexpr Command kCommands[] = {
     {"classes",
-     "classes",
+     "classes [--json]",
      "list the device classes",
      "Lists every class vmio can create: its programmatic name and its short name. CLASS\n"
-     "arguments of the other commands take either, in any case.",
+     "arguments of the other commands take either, in any case. --json prints a JSON array.",
      0,
      {},
+     true,
      &Classes},
     {"scan",
-     "scan [CLASS]",
+     "scan [CLASS] [--json]",
      "list the devices attached to this machine",
      "Asks every class that finds devices on this machine (or only CLASS) for its list, and\n"
      "prints each device's ID, what DEVICE is for that device's class, and its name.\n"
      "LogIT loggers are found among the HID devices (set VMIO_SYSFS_ROOT to look in another\n"
      "device tree, such as the one vmio-sim logit prints).\n"
+     "--json prints one JSON array of {class, id, name}.\n"
      "\nexample: vmio scan logitenum, then vmio ports logit /dev/hidraw0",
      0,
      {},
+     true,
      &Scan,
      1},
     {"ports",
-     "ports CLASS DEVICE",
+     "ports CLASS DEVICE [--json]",
      "list a device's ports with their current values",
      "Connects and prints a table of every port: index, name, direction, type and value.\n"
-     "\nexample: vmio ports axis root:secret@10.0.0.5",
+     "--json prints one JSON object with the list of ports; a port whose value cannot be read\n"
+     "has an \"error\" field with the number and description instead of a \"value\".\n"
+     "\nexample: vmio ports axis 10.0.0.5 --user root --password-file ~/.axis-password",
      2,
-     {},
+     {kCredentialOptions[0], kCredentialOptions[1]},
+     true,
      &Ports},
     {"get",
-     "get CLASS DEVICE INDEX",
+     "get CLASS DEVICE INDEX [--json]",
      "read one port",
      "Connects and prints the value of port INDEX (the first port is 0).\n"
      "\nexample: vmio get vivotek 10.0.0.6 0",
      3,
-     {},
+     {kCredentialOptions[0], kCredentialOptions[1]},
+     true,
      &Get},
     {"set",
-     "set CLASS DEVICE INDEX true|false",
+     "set CLASS DEVICE INDEX on|off",
      "switch an output on or off",
-     "Connects and switches output port INDEX on (true) or off (false).\n"
-     "\nexample: vmio set adam 10.0.0.7 6 true",
+     "Connects and switches output port INDEX on or off (true/false, on/off and 1/0 all do).\n"
+     "\nexample: vmio set adam 10.0.0.7 6 on",
      4,
-     {},
+     {kCredentialOptions[0], kCredentialOptions[1]},
+     false,
      &Set},
     {"watch",
-     "watch CLASS DEVICE [--interval MS] [--count N]",
+     "watch CLASS DEVICE [--interval MS] [--count N] [--json]",
      "print port changes as they happen",
      "Reads every port each MS milliseconds (default 500) and prints the time, index, name and\n"
      "value of each port at the start and whenever one changes. Stops after N polls when\n"
-     "--count is given, otherwise on Ctrl-C.\n"
+     "--count is given, otherwise on Ctrl-C. --json prints one JSON object per line, with the\n"
+     "time in ISO 8601 and its zone.\n"
      "\nexample: vmio watch axis root:secret@10.0.0.5 --interval 250",
      2,
-     {"--interval", "--count"},
+     {"--interval", "--count", kCredentialOptions[0], kCredentialOptions[1]},
+     true,
      &Watch},
     {"shell",
      "shell",
@@ -164,6 +230,7 @@ constexpr Command kCommands[] = {
      "\nexample: printf 'new VMIO.Axis\\nconnect 10.0.0.5\\nget 0\\n' | vmio shell",
      0,
      {},
+     false,
      &Shell},
     {"demo",
      "demo",
@@ -173,6 +240,7 @@ constexpr Command kCommands[] = {
      "fails.",
      0,
      {},
+     false,
      &Demo},
 };
 
@@ -185,7 +253,11 @@ void PrintOverview(std::ostream& out) {
   }
   out << "\nCLASS is a programmatic name (VMIO.Axis) or a short name (axis), see vmio classes.\n"
          "DEVICE is what the driver connects to: an address, optionally with user:password@ in\n"
-         "front and :port behind (root:secret@10.0.0.5:8080).\n";
+         "front and :port behind (root:secret@10.0.0.5:8080); https:// in front asks a camera\n"
+         "for TLS. --user NAME takes the password from --password-file FILE or VMIO_PASSWORD\n"
+         "instead, keeping it out of the command line.\n"
+         "\noptions: -v (before or after the command) traces why a call failed to standard error;\n"
+         "--version prints the version.\n";
 }
 
 int RunParsed(const Command& command, std::span<const std::string> args, std::istream& in, std::ostream& out) {
@@ -198,7 +270,11 @@ int RunParsed(const Command& command, std::span<const std::string> args, std::is
     }
     const size_t equals = arg.find('=');
     const std::string name = arg.substr(0, equals);
-    if (std::ranges::find(command.options, name) == command.options.end()) {
+    if (name == "--json" && command.json && equals == std::string::npos) {
+      inv.options[name] = "";
+      continue;
+    }
+    if (name.empty() || std::ranges::find(command.options, name) == command.options.end()) {
       throw UsageError("unknown option '" + name + "'");
     }
     if (equals != std::string::npos) {
@@ -216,13 +292,38 @@ int RunParsed(const Command& command, std::span<const std::string> args, std::is
 
 }  // namespace
 
-int RunCommand(std::span<const std::string> args, std::istream& in, std::ostream& out, std::ostream& err) {
+int RunCommand(std::span<const std::string> all_args, std::istream& in, std::ostream& out, std::ostream& err) {
+  // -v anywhere: the library's trace goes to err while the command runs.
+  std::vector<std::string> kept;
+  bool verbose = false;
+  for (const std::string& arg : all_args) {
+    if (arg == "-v" || arg == "--verbose") {
+      verbose = true;
+    } else {
+      kept.push_back(arg);
+    }
+  }
+  const std::span<const std::string> args(kept);
+  struct TraceTo {
+    explicit TraceTo(std::ostream* stream) : on(stream != nullptr) {
+      if (on) SetTraceHandler([stream](std::string_view text) { *stream << "vmio: " << text << std::endl; });
+    }
+    ~TraceTo() {
+      if (on) SetTraceHandler({});
+    }
+    bool on;
+  } trace(verbose ? &err : nullptr);
+
   if (args.empty()) {
     PrintOverview(err);
     return 2;
   }
   if (args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
     PrintOverview(out);
+    return 0;
+  }
+  if (args[0] == "--version") {
+    out << "vmio " << vmio::Version() << '\n';
     return 0;
   }
   const auto command = std::ranges::find(kCommands, args[0], &Command::name);
@@ -237,6 +338,7 @@ int RunCommand(std::span<const std::string> args, std::istream& in, std::ostream
   }
   // The device string, to keep its password out of any message.
   const std::string device = command->arguments >= 2 && rest.size() >= 2 ? rest[1] : std::string();
+  const bool json = command->json && std::ranges::find(rest, "--json") != rest.end();
   try {
     return RunParsed(*command, rest, in, out);
   } catch (const UsageError& e) {
@@ -244,7 +346,12 @@ int RunCommand(std::span<const std::string> args, std::istream& in, std::ostream
         << command->synopsis << '\n';
     return 2;
   } catch (const AutomationError& e) {
-    err << "error " << e.Number() << ": " << RedactCredentials(e.Description(), device) << '\n';
+    const auto* operation = dynamic_cast<const OperatorError*>(&e);
+    const std::string context = operation ? RedactCredentials(operation->context, device) : std::string();
+    const std::string description = RedactCredentials(e.Description(), device);
+    if (!context.empty()) err << "vmio " << command->name << ": " << context << '\n';
+    err << "error " << e.Number() << ": " << description << '\n';
+    if (json) out << JsonObject().AddError(AutomationError(e.Number(), description), context).Text() << '\n';
     return 1;
   } catch (const std::exception& e) {
     err << "vmio " << command->name << ": " << RedactCredentials(e.what(), device) << '\n';

@@ -1,14 +1,20 @@
 #include "device_commands.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <ctime>
 #include <memory>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "credentials.h"
+#include "json.h"
 #include "value_text.h"
 #include "vmio/enumerator.h"
 #include "vmio/error.h"
@@ -22,12 +28,86 @@ struct OpenDevice {
   IODevice* device;
 };
 
+// While a connect is slow, a line on a terminal says what it waits for, so a hang is not
+// mistaken for a crash; the line goes away when the connect returns.
+class ConnectProgress {
+ public:
+  explicit ConnectProgress(std::string what) {
+    if (!isatty(STDERR_FILENO)) return;
+    thread_ = std::thread([this, what = std::move(what)] {
+      std::unique_lock lock(mutex_);
+      for (int seconds = 1; !done_.wait_for(lock, std::chrono::seconds(1), [this] { return finished_; }); ++seconds) {
+        std::fprintf(stderr, "\rconnecting to %s ... %d s", what.c_str(), seconds);
+        std::fflush(stderr);
+        shown_ = true;
+      }
+      if (shown_) std::fputs("\r\033[K", stderr);
+    });
+  }
+  ~ConnectProgress() {
+    if (!thread_.joinable()) return;
+    {
+      std::lock_guard lock(mutex_);
+      finished_ = true;
+    }
+    done_.notify_one();
+    thread_.join();
+  }
+  ConnectProgress(const ConnectProgress&) = delete;
+  ConnectProgress& operator=(const ConnectProgress&) = delete;
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable done_;
+  bool finished_ = false;
+  bool shown_ = false;
+  std::thread thread_;
+};
+
 OpenDevice Open(const ClassInfo& cls, const std::string& device) {
   std::shared_ptr<Object> object = cls.create();
   auto* io = dynamic_cast<IODevice*>(object.get());
   if (!io) throw AutomationError(438);  // a class that is not a device (an enumerator)
-  io->Connect(device);
+  const std::string where = std::string(cls.progid) + " at " + MaskCredentials(device);
+  try {
+    ConnectProgress progress(where);
+    io->Connect(device);
+  } catch (const AutomationError& e) {
+    throw OperatorError(e, "cannot connect to " + where + " (vmio -v shows why)");
+  }
   return {std::move(object), io};
+}
+
+// What the operator asked of port index, for a message: which port, or the valid range.
+std::string PortContext(IODevice& io, int32_t index, int32_t number) {
+  int32_t count = -1;
+  try {
+    count = io.Ports();
+  } catch (const AutomationError&) {
+  }
+  const std::string port = "port " + std::to_string(index);
+  if (number == 9) {
+    if (count == 0) return port + " does not exist: the device has no ports";
+    if (count > 0) return port + " does not exist: the ports are 0 to " + std::to_string(count - 1);
+    return port + " does not exist";
+  }
+  std::string text = port;
+  try {
+    text += " (" + EscapeText(io.PortName(index)) + ")";
+  } catch (const AutomationError&) {
+  }
+  if (number == IOErrorInvalidPortDirection) text += " is an input";
+  return text;
+}
+
+// Runs call on port index; an error it raises says which port it was.
+template <class Call>
+auto OnPort(IODevice& io, int32_t index, Call call) {
+  try {
+    return call();
+  } catch (const AutomationError& e) {
+    throw OperatorError(e, PortContext(io, index, e.Number()));
+  }
 }
 
 // The port's value for people, or the error reading it raised.
@@ -74,45 +154,96 @@ const ClassInfo& FindClass(std::string_view name) {
   throw UsageError("unknown class '" + std::string(name) + "' (vmio classes lists them)");
 }
 
-int ListPorts(const ClassInfo& cls, const std::string& device, std::ostream& out) {
+int ListPorts(const ClassInfo& cls, const std::string& device, const Output& output) {
   OpenDevice open = Open(cls, device);
   IODevice& io = *open.device;
   const int32_t count = io.Ports();
   std::vector<std::array<std::string, 5>> rows{{"index", "name", "direction", "type", "value"}};
+  std::string json_ports;
   bool failed = false;
   for (int32_t i = 0; i < count; ++i) {
-    rows.push_back({std::to_string(i), EscapeText(io.PortName(i)), DirectionName(io.PortDirection(i)),
-                    TypeName(io.PortType(i)), ReadCell(io, i, device, failed)});
+    const std::string name = io.PortName(i);
+    const int32_t direction = io.PortDirection(i);
+    const int32_t type = io.PortType(i);
+    if (output.json) {
+      JsonObject port;
+      port.AddNumber("index", i).AddString("name", name).AddString("direction", DirectionName(direction));
+      port.AddNumber("type", type).AddString("type_name", TypeName(type));
+      try {
+        port.Add("value", JsonValue(io.PortValue(i)));
+      } catch (const AutomationError& e) {
+        failed = true;
+        port.AddError(e);
+      }
+      json_ports += (json_ports.empty() ? "" : ",") + port.Text();
+    } else {
+      rows.push_back({std::to_string(i), EscapeText(name), DirectionName(direction), TypeName(type),
+                      ReadCell(io, i, device, failed)});
+    }
   }
   io.Disconnect();
-  out << cls.progid << " at " << MaskCredentials(device) << ": " << count << (count == 1 ? " port\n" : " ports\n");
-  PrintTable(rows, out);
+  if (output.json) {
+    output.out << JsonObject()
+                      .AddString("class", cls.progid)
+                      .AddString("device", MaskCredentials(device))
+                      .Add("ports", "[" + json_ports + "]")
+                      .Text()
+               << '\n';
+    return failed ? 1 : 0;
+  }
+  output.out << cls.progid << " at " << MaskCredentials(device) << ": " << count
+             << (count == 1 ? " port\n" : " ports\n");
+  PrintTable(rows, output.out);
   return failed ? 1 : 0;
 }
 
-int GetPort(const ClassInfo& cls, const std::string& device, int32_t index, std::ostream& out) {
+int GetPort(const ClassInfo& cls, const std::string& device, int32_t index, const Output& output) {
   OpenDevice open = Open(cls, device);
-  const Variant value = open.device->PortValue(index);
-  open.device->Disconnect();
-  out << DisplayValue(value) << '\n';
+  IODevice& io = *open.device;
+  const Variant value = OnPort(io, index, [&] { return io.PortValue(index); });
+  if (output.json) {
+    JsonObject line;
+    line.AddNumber("index", index);
+    try {
+      line.AddString("name", io.PortName(index));
+    } catch (const AutomationError&) {  // a device without names still has values
+    }
+    output.out << line.Add("value", JsonValue(value)).Text() << '\n';
+  } else {
+    output.out << DisplayValue(value) << '\n';
+  }
+  io.Disconnect();
   return 0;
 }
 
 int SetPort(const ClassInfo& cls, const std::string& device, int32_t index, bool state) {
   OpenDevice open = Open(cls, device);
-  open.device->PortValue(index, Variant(state));
-  open.device->Disconnect();
+  IODevice& io = *open.device;
+  OnPort(io, index, [&] { io.PortValue(index, Variant(state)); });
+  io.Disconnect();
   return 0;
 }
 
-int ScanDevices(const ClassInfo* cls, std::ostream& out) {
+int ScanDevices(const ClassInfo* cls, const Output& output) {
   if (cls && !cls->lists_devices)
     throw UsageError(std::string(cls->progid) + " does not list devices (vmio scan alone tries every class that does)");
+  std::string json;  // with --json: one array of every device found
   for (const ClassInfo& c : vmio::Classes()) {
     if (!c.lists_devices || (cls && cls != &c)) continue;
     const auto list = std::dynamic_pointer_cast<IODeviceEnumerator>(c.create());
     if (!list) throw AutomationError(438);
     const int32_t count = list->Count();
+    if (output.json) {
+      for (const auto& info : *list) {
+        json += (json.empty() ? "" : ",") + JsonObject()
+                                                .AddString("class", c.progid)
+                                                .AddString("id", info->ID())
+                                                .AddString("name", info->Name())
+                                                .Text();
+      }
+      continue;
+    }
+    std::ostream& out = output.out;
     out << c.progid << ": " << count << (count == 1 ? " device\n" : " devices\n");
     std::vector<std::array<std::string, 2>> rows;
     size_t width = 0;
@@ -122,26 +253,45 @@ int ScanDevices(const ClassInfo* cls, std::ostream& out) {
     }
     for (const auto& [id, name] : rows) out << "  " << id << std::string(width - id.size() + 2, ' ') << name << '\n';
   }
+  if (output.json) output.out << "[" << json << "]\n";
   return 0;
 }
 
-int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptions& options, std::ostream& out) {
+int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptions& options, const Output& output) {
   OpenDevice open = Open(cls, device);
   IODevice& io = *open.device;
   const int32_t count = io.Ports();
   std::vector<std::string> names;
-  for (int32_t i = 0; i < count; ++i) names.push_back(EscapeText(io.PortName(i)));
-  out << "watching " << cls.progid << " at " << MaskCredentials(device) << ": " << count << " ports, every "
-      << options.interval_ms << " ms" << std::endl;
+  for (int32_t i = 0; i < count; ++i) names.push_back(io.PortName(i));
+  if (!output.json) {
+    output.out << "watching " << cls.progid << " at " << MaskCredentials(device) << ": " << count << " ports, every "
+               << options.interval_ms << " ms" << std::endl;
+  }
+  // A Ctrl-C between two reads ends the watch before the next one.
+  const auto stopped = [&] { return options.stop != kNoWaitHandle && WaitForHandle(options.stop, 0); };
 
   std::vector<std::string> last(names.size());
-  bool failed = false;  // a failed read is shown like a value, and watching goes on
-  for (int32_t poll = 0; !options.count || poll < *options.count; ++poll) {
+  // A failed read is shown like a value, and watching goes on.
+  for (int32_t poll = 0; (!options.count || poll < *options.count) && !stopped(); ++poll) {
     if (poll > 0 && PumpingWait(options.stop, WaitClock::now() + std::chrono::milliseconds(options.interval_ms))) break;
-    for (int32_t i = 0; i < count; ++i) {
-      std::string value = ReadCell(io, i, device, failed);
+    for (int32_t i = 0; i < count && !stopped(); ++i) {
+      std::string value;
+      JsonObject json;
+      json.AddString("time", IsoTimestamp()).AddNumber("index", i).AddString("name", names[i]);
+      try {
+        const Variant v = io.PortValue(i);
+        value = DisplayValue(v);
+        json.Add("value", JsonValue(v));
+      } catch (const AutomationError& e) {
+        value = RedactCredentials("error " + std::to_string(e.Number()) + ": " + e.Description(), device);
+        json.AddError(e);
+      }
       if (poll > 0 && value == last[i]) continue;
-      out << Timestamp() << "  " << i << "  " << names[i] << "  " << value << std::endl;
+      if (output.json) {
+        output.out << json.Text() << std::endl;
+      } else {
+        output.out << Timestamp() << "  " << i << "  " << EscapeText(names[i]) << "  " << value << std::endl;
+      }
       last[i] = std::move(value);
     }
   }

@@ -13,9 +13,11 @@ namespace {
 int g_pipe[2] = {-1, -1};
 decltype(SIG_DFL) g_previous = SIG_DFL;
 
+// A second Ctrl-C, while a slow device holds up the end of the watch, ends the program.
 extern "C" void OnInterrupt(int) {
   const int saved = errno;
   [[maybe_unused]] const ssize_t n = write(g_pipe[1], "!", 1);  // a full pipe is ready already
+  std::signal(SIGINT, SIG_DFL);
   errno = saved;
 }
 

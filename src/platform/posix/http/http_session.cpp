@@ -8,9 +8,13 @@
 // dripping a byte at a time never trips it, a request limit also runs from the first send of
 // a request (redirects and authentication round trips included) and ends it whatever arrives.
 #include <curl/curl.h>
+#include <openssl/ssl.h>
+#include <openssl/x509_vfy.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
+#include <cstring>
 
 #include "http/http_session.h"
 
@@ -46,6 +50,15 @@ curl_slist* BaseHeaders() {
   return list;
 }
 
+// Adds the certificates of the bundle VMIO_CA_FILE names to those the system trusts. A bundle
+// that cannot be read fails the connection, so a mistyped name does not pass unnoticed.
+CURLcode AddExtraCertificates(CURL*, void* ssl_ctx, void*) {
+  const char* file = std::getenv("VMIO_CA_FILE");
+  if (!file || !*file) return CURLE_OK;
+  X509_STORE* store = SSL_CTX_get_cert_store(static_cast<SSL_CTX*>(ssl_ctx));
+  return X509_STORE_load_file(store, file) == 1 ? CURLE_OK : CURLE_SSL_CACERT_BADFILE;
+}
+
 class CurlSession final : public HttpSession {
  public:
   explicit CurlSession(const std::string& userAgent)
@@ -55,8 +68,11 @@ class CurlSession final : public HttpSession {
     curl_easy_setopt(easy_, CURLOPT_USERAGENT, userAgent.c_str());
     curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS, kConnectTimeoutMs);
     curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http");
-    curl_easy_setopt(easy_, CURLOPT_REDIR_PROTOCOLS_STR, "http");
+    // https only when the device string asks for it; certificates are verified (libcurl's
+    // default) against the system's store plus the bundle VMIO_CA_FILE names.
+    curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy_, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy_, CURLOPT_SSL_CTX_FUNCTION, &AddExtraCertificates);
     curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(easy_, CURLOPT_MAXREDIRS, kMaxRedirects);
     // Credentials come only from the URL; without them no authentication is attempted.
@@ -118,6 +134,10 @@ class CurlSession final : public HttpSession {
                          ? "Request time-out: no whole reply within " + std::to_string(kRequestLimitMs) + " ms"
                      : error_buffer_[0] ? error_buffer_
                                         : curl_easy_strerror(code);
+    // libcurl's text says "Couldn't connect"; the system's says why (refused, unreachable).
+    long os_error = 0;
+    if (code != CURLE_OK && curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &os_error) == CURLE_OK && os_error != 0)
+      last_response_ += " (" + std::string(std::strerror(static_cast<int>(os_error))) + ")";
     return {Classify(code), length};
   }
 

@@ -3,7 +3,9 @@
 // and opens a new one by itself when the device has closed it. WinInet does all the waiting:
 // 10000 ms to connect, the receive time-out (5000 ms unless set) between arriving bytes. The
 // request limit (30000 ms from the send, as elsewhere) is checked here between body chunks;
-// while the headers arrive only WinInet's own time-outs apply.
+// while the headers arrive only WinInet's own time-outs apply. https is used when the device
+// string asks for it, certificates checked against the system's store (VMIO_CA_FILE, which
+// adds a bundle elsewhere, has no meaning to WinInet).
 #include <windows.h>
 
 // After windows.h, which they need.
@@ -158,8 +160,8 @@ class WinInetSession final : public HttpSession {
                      HttpReceiver& receiver) override {
     last_response_.clear();
     const std::optional<UrlParts> parts = Crack(url);
-    if (!parts || parts->scheme != INTERNET_SCHEME_HTTP) {
-      last_response_ = "The URL is not an http URL: " + url;
+    if (!parts || (parts->scheme != INTERNET_SCHEME_HTTP && parts->scheme != INTERNET_SCHEME_HTTPS)) {
+      last_response_ = "The URL is not an http or https URL: " + url;
       return {HttpOutcome::BadUrl, -1};
     }
     const bool anonymous = parts->user.empty() && parts->password.empty();
@@ -167,9 +169,11 @@ class WinInetSession final : public HttpSession {
         InternetConnectA(session_.get(), parts->host.c_str(), parts->port, anonymous ? nullptr : parts->user.c_str(),
                          anonymous ? nullptr : parts->password.c_str(), INTERNET_SERVICE_HTTP, 0, 0));
     if (!connection) return Failed(HttpOutcome::BadUrl);
-    const InternetHandle request(HttpOpenRequestA(connection.get(), postData.empty() ? "GET" : "POST",
-                                                  parts->path.c_str(), "HTTP/1.1", nullptr, nullptr,
-                                                  kRequestFlags | (anonymous ? INTERNET_FLAG_NO_AUTH : 0), 0));
+    const InternetHandle request(HttpOpenRequestA(
+        connection.get(), postData.empty() ? "GET" : "POST", parts->path.c_str(), "HTTP/1.1", nullptr, nullptr,
+        kRequestFlags | (anonymous ? INTERNET_FLAG_NO_AUTH : 0) |
+            (parts->scheme == INTERNET_SCHEME_HTTPS ? INTERNET_FLAG_SECURE : 0),
+        0));
     if (!request) return Failed(HttpOutcome::NoRequest);
 
     const ULONGLONG limit = GetTickCount64() + kRequestLimitMs;

@@ -1,0 +1,73 @@
+"""The C interface of libvmio (vmio/vmio.h), declared for ctypes."""
+
+import ctypes
+import ctypes.util
+import os
+
+
+class Value(ctypes.Structure):
+    _fields_ = [
+        ("type", ctypes.c_int32),
+        ("integer", ctypes.c_int32),
+        ("real", ctypes.c_double),
+        ("text", ctypes.c_void_p),
+        ("text_length", ctypes.c_size_t),
+        ("object", ctypes.c_void_p),
+    ]
+
+
+TRACE_HANDLER = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_void_p)
+
+_h = ctypes.c_void_p
+_i32 = ctypes.c_int32
+_p_i32 = ctypes.POINTER(ctypes.c_int32)
+_p_text = ctypes.POINTER(ctypes.c_void_p)
+_p_value = ctypes.POINTER(Value)
+
+# name: (result, arguments)
+_SIGNATURES = {
+    "vmio_version": (ctypes.c_char_p, []),
+    "vmio_error_description": (ctypes.c_char_p, []),
+    "vmio_free": (None, [ctypes.c_void_p]),
+    "vmio_value_clear": (None, [_p_value]),
+    "vmio_class_count": (_i32, []),
+    "vmio_class_progid": (ctypes.c_char_p, [_i32]),
+    "vmio_class_short_name": (ctypes.c_char_p, [_i32]),
+    "vmio_create": (_i32, [ctypes.c_char_p, ctypes.POINTER(_h)]),
+    "vmio_release": (None, [_h]),
+    "vmio_object_kind": (_i32, [_h]),
+    "vmio_connect": (_i32, [_h, ctypes.c_char_p]),
+    "vmio_disconnect": (_i32, [_h]),
+    "vmio_ports": (_i32, [_h, _p_i32]),
+    "vmio_port_direction": (_i32, [_h, _i32, _p_i32]),
+    "vmio_port_type": (_i32, [_h, _i32, _p_i32]),
+    "vmio_port_name": (_i32, [_h, _i32, _p_text]),
+    "vmio_port_value": (_i32, [_h, _i32, _p_value]),
+    "vmio_set_port_value": (_i32, [_h, _i32, _p_value]),
+    "vmio_call": (_i32, [_h, ctypes.c_char_p, _p_value, ctypes.c_size_t, _p_value]),
+    "vmio_put": (_i32, [_h, ctypes.c_char_p, _p_value, ctypes.c_size_t]),
+    "vmio_enum_count": (_i32, [_h, _p_i32]),
+    "vmio_enum_item": (_i32, [_h, _i32, _p_text, _p_text]),
+    "vmio_run_pending_events": (None, []),
+    "vmio_milliseconds_until_next_event": (_i32, []),
+    "vmio_set_trace_handler": (None, [TRACE_HANDLER, ctypes.c_void_p]),
+}
+
+
+def _load():
+    """VMIO_LIBRARY when set (a path), else the system's libvmio.so.0."""
+    candidates = [os.environ.get("VMIO_LIBRARY"), ctypes.util.find_library("vmio"), "libvmio.so.0"]
+    errors = []
+    for name in filter(None, candidates):
+        try:
+            return ctypes.CDLL(name)
+        except OSError as e:
+            errors.append(str(e))
+    raise ImportError("libvmio not found (set VMIO_LIBRARY to its path): " + "; ".join(errors))
+
+
+lib = _load()
+for _name, (_result, _arguments) in _SIGNATURES.items():
+    _function = getattr(lib, _name)
+    _function.restype = _result
+    _function.argtypes = _arguments

@@ -1,0 +1,327 @@
+// The C interface over the C++ one: handles hold shared references, every call catches what
+// the C++ side raises and turns it into a number and this thread's description.
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "core/errors.h"
+#include "vmio/enumerator.h"
+#include "vmio/error.h"
+#include "vmio/events.h"
+#include "vmio/objects.h"
+#include "vmio/trace.h"
+#include "vmio/version.h"
+#include "vmio/vmio.h"
+
+struct vmio_object {
+  std::shared_ptr<vmio::Object> object;
+};
+
+namespace {
+
+using vmio::AutomationError;
+using vmio::Variant;
+
+thread_local std::string t_description;
+
+// Runs a call's body: 0 when it returned, else the error it raised, with its description kept.
+template <class Body>
+int32_t Guard(Body body) noexcept {
+  try {
+    t_description.clear();
+    body();
+    return 0;
+  } catch (const AutomationError& e) {
+    try {
+      t_description = e.Description();
+    } catch (...) {
+    }
+    return e.Number();
+  } catch (const std::bad_alloc&) {
+    t_description = vmio::StandardErrorText(7);
+    return 7;
+  } catch (const std::exception& e) {
+    try {
+      t_description = e.what();
+    } catch (...) {
+    }
+    return 5;
+  } catch (...) {
+    t_description = vmio::StandardErrorText(5);
+    return 5;
+  }
+}
+
+vmio::Object& ObjectOf(vmio_object* handle) {
+  if (!handle || !handle->object) vmio::Raise(91);
+  return *handle->object;
+}
+
+template <class T>
+T& As(vmio_object* handle) {
+  auto* typed = dynamic_cast<T*>(&ObjectOf(handle));
+  if (!typed) vmio::Raise(438);
+  return *typed;
+}
+
+template <class T>
+void Require(T* out) {
+  if (!out) vmio::Raise(5);
+}
+
+char* CopyText(const std::string& text) {
+  auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
+  if (!copy) throw std::bad_alloc();
+  std::memcpy(copy, text.data(), text.size());
+  copy[text.size()] = '\0';
+  return copy;
+}
+
+// A whole number of a narrower type, or 6 (overflow) when it does not fit.
+template <class T>
+T Narrow(int32_t n) {
+  if (n < std::numeric_limits<T>::min() || n > std::numeric_limits<T>::max()) vmio::Raise(6);
+  return static_cast<T>(n);
+}
+
+Variant FromC(const vmio_value& v) {
+  switch (v.type) {
+    case VMIO_EMPTY:
+      return Variant();
+    case VMIO_BOOL:
+      return Variant(v.integer != 0);
+    case VMIO_UI1:
+      return Variant(Narrow<uint8_t>(v.integer));
+    case VMIO_I2:
+      return Variant(Narrow<int16_t>(v.integer));
+    case VMIO_I4:
+      return Variant(v.integer);
+    case VMIO_R8:
+      return Variant(v.real);
+    case VMIO_STRING:
+      if (!v.text) return Variant(std::string());
+      return Variant(std::string(v.text, v.text_length ? v.text_length : std::strlen(v.text)));
+    case VMIO_OBJECT:
+      return Variant(v.object ? v.object->object : nullptr);
+    default:
+      vmio::Raise(5);
+  }
+}
+
+std::vector<Variant> FromC(const vmio_value* args, size_t count) {
+  if (count && !args) vmio::Raise(5);
+  std::vector<Variant> out;
+  out.reserve(count);
+  for (size_t i = 0; i < count; ++i) out.push_back(FromC(args[i]));
+  return out;
+}
+
+// Fills out (which the caller has cleared or never used) with a copy of v.
+void ToC(const Variant& v, vmio_value& out) {
+  vmio_value c{};
+  c.type = v.VarType();
+  switch (c.type) {
+    case VMIO_EMPTY:
+      break;
+    case VMIO_BOOL:
+      c.integer = v.AsBool() ? 1 : 0;
+      break;
+    case VMIO_UI1:
+    case VMIO_I2:
+    case VMIO_I4:
+      c.integer = v.AsInt32();
+      break;
+    case VMIO_R8:
+      c.real = v.AsDouble();
+      break;
+    case VMIO_STRING:
+      c.text = CopyText(v.AsString());
+      c.text_length = v.AsString().size();
+      break;
+    case VMIO_OBJECT:
+      if (v.AsObject()) c.object = new vmio_object{v.AsObject()};
+      break;
+    default:  // arrays
+      vmio::Raise(13);
+  }
+  out = c;
+}
+
+}  // namespace
+
+extern "C" {
+
+const char* vmio_version(void) { return vmio::Version(); }
+
+const char* vmio_error_description(void) { return t_description.c_str(); }
+
+void vmio_free(void* text) { std::free(text); }
+
+void vmio_value_clear(vmio_value* value) {
+  if (!value) return;
+  std::free(value->text);
+  delete value->object;
+  *value = vmio_value{};
+}
+
+int32_t vmio_class_count(void) { return static_cast<int32_t>(vmio::Classes().size()); }
+
+const char* vmio_class_progid(int32_t position) {
+  const auto classes = vmio::Classes();
+  return position >= 0 && static_cast<size_t>(position) < classes.size() ? classes[position].progid.data() : nullptr;
+}
+
+const char* vmio_class_short_name(int32_t position) {
+  const auto classes = vmio::Classes();
+  return position >= 0 && static_cast<size_t>(position) < classes.size() ? classes[position].short_name.data()
+                                                                         : nullptr;
+}
+
+int32_t vmio_create(const char* name, vmio_object** object) {
+  return Guard([&] {
+    Require(object);
+    *object = nullptr;
+    const vmio::ClassInfo* cls = name ? vmio::FindClass(name) : nullptr;
+    if (!cls) vmio::Raise(429);
+    *object = new vmio_object{cls->create()};
+  });
+}
+
+void vmio_release(vmio_object* object) { delete object; }
+
+int32_t vmio_object_kind(vmio_object* object) {
+  if (!object || !object->object) return VMIO_NO_OBJECT;
+  if (dynamic_cast<vmio::IODevice*>(object->object.get())) return VMIO_KIND_DEVICE;
+  if (dynamic_cast<vmio::IODeviceEnumerator*>(object->object.get())) return VMIO_KIND_ENUMERATOR;
+  return VMIO_KIND_OTHER;
+}
+
+int32_t vmio_connect(vmio_object* device, const char* device_string) {
+  return Guard([&] {
+    auto& io = As<vmio::IODevice>(device);
+    Require(device_string);
+    io.Connect(device_string);
+  });
+}
+
+int32_t vmio_disconnect(vmio_object* device) {
+  return Guard([&] { As<vmio::IODevice>(device).Disconnect(); });
+}
+
+int32_t vmio_ports(vmio_object* device, int32_t* count) {
+  return Guard([&] {
+    auto& io = As<vmio::IODevice>(device);
+    Require(count);
+    *count = io.Ports();
+  });
+}
+
+int32_t vmio_port_direction(vmio_object* device, int32_t index, int32_t* direction) {
+  return Guard([&] {
+    auto& io = As<vmio::IODevice>(device);
+    Require(direction);
+    *direction = io.PortDirection(index);
+  });
+}
+
+int32_t vmio_port_type(vmio_object* device, int32_t index, int32_t* type) {
+  return Guard([&] {
+    auto& io = As<vmio::IODevice>(device);
+    Require(type);
+    *type = io.PortType(index);
+  });
+}
+
+int32_t vmio_port_name(vmio_object* device, int32_t index, char** name) {
+  return Guard([&] {
+    auto& io = As<vmio::IODevice>(device);
+    Require(name);
+    *name = nullptr;
+    *name = CopyText(io.PortName(index));
+  });
+}
+
+int32_t vmio_port_value(vmio_object* device, int32_t index, vmio_value* value) {
+  return Guard([&] {
+    auto& io = As<vmio::IODevice>(device);
+    Require(value);
+    *value = vmio_value{};
+    ToC(io.PortValue(index), *value);
+  });
+}
+
+int32_t vmio_set_port_value(vmio_object* device, int32_t index, const vmio_value* value) {
+  return Guard([&] {
+    auto& io = As<vmio::IODevice>(device);
+    Require(value);
+    io.PortValue(index, FromC(*value));
+  });
+}
+
+int32_t vmio_call(vmio_object* object, const char* member, const vmio_value* args, size_t count, vmio_value* result) {
+  return Guard([&] {
+    vmio::Object& target = ObjectOf(object);
+    Require(member);
+    if (result) *result = vmio_value{};
+    const Variant answer = target.Call(member, FromC(args, count));
+    if (result) ToC(answer, *result);
+  });
+}
+
+int32_t vmio_put(vmio_object* object, const char* member, const vmio_value* args, size_t count) {
+  return Guard([&] {
+    vmio::Object& target = ObjectOf(object);
+    Require(member);
+    target.Put(member, FromC(args, count));
+  });
+}
+
+int32_t vmio_enum_count(vmio_object* enumerator, int32_t* count) {
+  return Guard([&] {
+    auto& list = As<vmio::IODeviceEnumerator>(enumerator);
+    Require(count);
+    *count = list.Count();
+  });
+}
+
+int32_t vmio_enum_item(vmio_object* enumerator, int32_t position, char** id, char** name) {
+  return Guard([&] {
+    auto& list = As<vmio::IODeviceEnumerator>(enumerator);
+    const auto record = list.Item(Variant(position));
+    if (id) *id = nullptr;
+    if (name) *name = nullptr;
+    std::unique_ptr<char, decltype(&std::free)> id_copy(CopyText(record->ID()), &std::free);
+    std::unique_ptr<char, decltype(&std::free)> name_copy(CopyText(record->Name()), &std::free);
+    if (id) *id = id_copy.release();
+    if (name) *name = name_copy.release();
+  });
+}
+
+void vmio_run_pending_events(void) {
+  Guard([] { vmio::RunPendingEvents(); });
+}
+
+int32_t vmio_milliseconds_until_next_event(void) {
+  int32_t ms = -1;
+  Guard([&] { ms = vmio::MillisecondsUntilNextEvent(); });
+  return ms;
+}
+
+void vmio_set_trace_handler(vmio_trace_handler handler, void* context) {
+  Guard([&] {
+    if (!handler) {
+      vmio::SetTraceHandler({});
+      return;
+    }
+    vmio::SetTraceHandler([handler, context](std::string_view text) {
+      const std::string line(text);
+      handler(line.c_str(), context);
+    });
+  });
+}
+
+}  // extern "C"

@@ -1,0 +1,24 @@
+#pragma once
+// The library's own trace routine: texts go to the host's handler (vmio/trace.h), or nowhere.
+#include <sstream>
+#include <string_view>
+
+namespace vmio {
+
+// Whether a handler is installed, so callers build texts only when someone reads them.
+bool Tracing();
+void Trace(std::string_view text);
+
+// The parts written one after another, as one trace text.
+template <class... Parts>
+void Trace(const Parts&... parts) {
+  if (!Tracing()) return;
+  std::ostringstream text;
+  (text << ... << parts);
+  Trace(std::string_view(text.str()));
+}
+
+// A URL or device string with the password of its user:password@ part replaced by "***".
+std::string MaskPassword(std::string_view url);
+
+}  // namespace vmio
