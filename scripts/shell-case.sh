@@ -25,7 +25,7 @@ if [ -n "$sim_args" ]; then
   # shellcheck disable=SC2086
   "$sim" $sim_args </dev/null >"$work/sim.out" 2>"$work/sim.err" &
   sim_pid=$!
-  for _ in $(seq 100); do
+  for _ in $(seq 300); do  # up to 30 s: a loaded machine starts it slowly
     device=$(sed -n 's/^device: //p' "$work/sim.out")
     [ -n "$device" ] && break
     kill -0 "$sim_pid" 2>/dev/null || break
