@@ -7,7 +7,7 @@
 
 namespace vmio {
 
-HttpDevice::HttpDevice() { client.UserAgent(kDeviceUserAgent); }
+HttpDevice::HttpDevice() { client_.UserAgent(kDeviceUserAgent); }
 
 std::string HttpDevice::Url(std::string_view Path) const {
   std::string url;
@@ -19,7 +19,7 @@ std::string HttpDevice::Url(std::string_view Path) const {
 }
 
 std::string HttpDevice::Get(std::string_view Path) {
-  return BytesToString(client.GetResource(Url(Path)), kCodePage1252);
+  return BytesToString(client_.GetResource(Url(Path)), kCodePage1252);
 }
 
 std::optional<std::string> HttpDevice::TryGet(std::string_view Path) {
@@ -31,7 +31,7 @@ std::optional<std::string> HttpDevice::TryGet(std::string_view Path) {
 }
 
 bool HttpDevice::LastStatusIs200() const {
-  const std::string& headers = client.LastHeaders();
+  const std::string& headers = client_.LastHeaders();
   return headers.size() >= 12 && headers.compare(9, 3, "200") == 0;
 }
 

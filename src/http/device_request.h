@@ -34,7 +34,7 @@ class HttpDevice : public PortTableDevice {
   // The first reply of Connect, or 45001 "Unable to connect to the device" when there is none.
   static std::string RequireConnectReply(std::optional<std::string> reply);
 
-  HTTPClient client;
+  HTTPClient client_;
 
  private:
   std::string Url(std::string_view Path) const;

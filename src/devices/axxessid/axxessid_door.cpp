@@ -7,7 +7,6 @@
 #include "core/common.h"
 #include "core/errors.h"
 #include "core/numeric.h"
-#include "devices/axxessid/ax200_attach.h"
 
 namespace vmio {
 namespace {
@@ -30,17 +29,12 @@ constexpr std::pair<std::string_view, DoorCommand> kCommands[] = {
 
 }  // namespace
 
-AxxessIDDoor::AxxessIDDoor() : door_con_(CreateAccessBridge(*this)) {}
-
-AxxessIDDoor::~AxxessIDDoor() { Disconnect(); }
-
 void AxxessIDDoor::Connect(const std::string& Device) {
-  Connected = AttachToAX200(*door_con_, Device);
-  if (!Connected) RaiseSoftwareNotFound();
-  AccessDoorList list = door_con_->Doors("Y", "");
+  Attach(Device);
+  AccessDoorList list = bridge_->Doors("Y", "");
   if (!list.valid) {
     DoorIDs.clear();
-    DoorNames.clear();
+    PortNames.clear();
     return;
   }
   std::vector<int16_t> ids;
@@ -50,29 +44,7 @@ void AxxessIDDoor::Connect(const std::string& Device) {
     names.push_back(std::move(door.name));
   }
   DoorIDs = std::move(ids);
-  DoorNames = std::move(names);
-}
-
-void AxxessIDDoor::Disconnect() { Connected = false; }
-
-int32_t AxxessIDDoor::Ports() {
-  if (!Connected) RaiseNotConnected();
-  return static_cast<int32_t>(DoorNames.size());
-}
-
-int32_t AxxessIDDoor::PortDirection(int32_t Index) {
-  CheckIndex(Index);
-  return IOBidirectional;
-}
-
-int32_t AxxessIDDoor::PortType(int32_t Index) {
-  CheckIndex(Index);
-  return vtString;
-}
-
-std::string AxxessIDDoor::PortName(int32_t Index) {
-  CheckIndex(Index);
-  return DoorNames[static_cast<size_t>(Index)];
+  PortNames = std::move(names);
 }
 
 Variant AxxessIDDoor::PortValue(int32_t Index) {
@@ -80,15 +52,15 @@ Variant AxxessIDDoor::PortValue(int32_t Index) {
   CheckIndex(Index);
   const std::string id = std::to_string(DoorIDs[static_cast<size_t>(Index)]);
   WaitingForStatus = true;
-  door_con_->RequestStatus(id);
+  bridge_->RequestStatus(id);
   const int32_t start = TickCount();
   // Just past the time-out, so the last wait ends where the tick check fails.
   const auto deadline = WaitClock::now() + std::chrono::milliseconds(kStatusTimeout + 1);
   while (WaitingForStatus) {
-    door_con_->WaitForEvents(deadline);
+    bridge_->WaitForEvents(deadline);
     if (TickDiff(start) > kStatusTimeout) Raise(IOErrorGettingValue, "Timed out getting door status");
   }
-  const std::string status = door_con_->Status();
+  const std::string status = bridge_->Status();
   if (status.empty()) Raise(IOErrorGettingValue, "The AX200 software is not running");
   for (const auto& [mode, value] : kModes) {
     if (status == mode) return Variant(std::string(value));
@@ -103,7 +75,7 @@ void AxxessIDDoor::PortValue(int32_t Index, const Variant& NewValue) {
   if (!NewValue.IsString()) return;
   for (const auto& [value, command] : kCommands) {
     if (NewValue.AsString() == value) {
-      door_con_->Command(command, id);
+      bridge_->Command(command, id);
       return;
     }
   }
@@ -112,9 +84,5 @@ void AxxessIDDoor::PortValue(int32_t Index, const Variant& NewValue) {
 void AxxessIDDoor::DoorStatus() { WaitingForStatus = false; }
 
 void AxxessIDDoor::Disconnected() { WaitingForStatus = false; }
-
-void AxxessIDDoor::CheckIndex(int32_t Index) const {
-  if (Index < 0 || static_cast<size_t>(Index) >= DoorNames.size()) Raise(9);
-}
 
 }  // namespace vmio

@@ -12,43 +12,30 @@
 // Writing "Open", "Unlocked", "Normal", "Secure" or "Locked" (exactly, case-sensitive) sends
 // that command and does not wait for its outcome; any other value is ignored.
 //
-// Quirks kept: PortDirection, PortType and PortName check only the index, never the
-// connection. Disconnect clears only the connected flag; the software stays attached. A wait
-// that timed out leaves the request outstanding, so a late answer may satisfy the next read.
+// Quirk kept: a wait that timed out leaves the request outstanding, so a late answer may
+// satisfy the next read.
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "access/access_bridge.h"
-#include "vmio/io_device.h"
+#include "devices/axxessid/ax200_device.h"
 
 namespace vmio {
 
-class AxxessIDDoor final : public IODevice, private AccessEvents {
+class AxxessIDDoor final : public AX200Device {
  public:
-  AxxessIDDoor();
-  ~AxxessIDDoor() override;
+  AxxessIDDoor() : AX200Device(IOBidirectional) {}
 
   void Connect(const std::string& Device) override;
-  void Disconnect() override;
-  int32_t Ports() override;
-  int32_t PortDirection(int32_t Index) override;
-  int32_t PortType(int32_t Index) override;
-  std::string PortName(int32_t Index) override;
   Variant PortValue(int32_t Index) override;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
   void DoorStatus() override;
   void Disconnected() override;
-  void CheckIndex(int32_t Index) const;
 
-  bool Connected = false;
-  std::vector<int16_t> DoorIDs;
-  std::vector<std::string> DoorNames;
+  std::vector<int16_t> DoorIDs;  // beside PortNames, the door names
   bool WaitingForStatus = false;
-  std::unique_ptr<AccessBridge> door_con_;
 };
 
 }  // namespace vmio

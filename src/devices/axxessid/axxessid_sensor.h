@@ -8,30 +8,21 @@
 // software that stops answering reads as 45005 "The AX200 software is not running".
 //
 // Writing raises 45004 "Port N is not an output port", with the blank before "is" that the
-// other drivers leave out. PortDirection, PortType and PortName check only the index.
+// other drivers leave out.
 #include <cstdint>
-#include <memory>
-
 #include <string>
 #include <vector>
 
-#include "access/access_bridge.h"
 #include "core/common.h"
-#include "vmio/io_device.h"
+#include "devices/axxessid/ax200_device.h"
 
 namespace vmio {
 
-class AxxessIDSensor final : public IODevice, private AccessEvents {
+class AxxessIDSensor final : public AX200Device {
  public:
-  AxxessIDSensor();
-  ~AxxessIDSensor() override;
+  AxxessIDSensor() : AX200Device(IOInput) {}
 
   void Connect(const std::string& Device) override;
-  void Disconnect() override;
-  int32_t Ports() override;
-  int32_t PortDirection(int32_t Index) override;
-  int32_t PortType(int32_t Index) override;
-  std::string PortName(int32_t Index) override;
   Variant PortValue(int32_t Index) override;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
@@ -39,13 +30,10 @@ class AxxessIDSensor final : public IODevice, private AccessEvents {
   // Sensors report no events of their own; the list is read when asked.
   void DoorStatus() override {}
   void Disconnected() override {}
-  void CheckIndex(int32_t Index) const;
   void Refresh();
 
-  bool Connected = false;
-  std::vector<AccessSensor> sensors_;
-  StateCache values_;  // the last successful read of the list
-  std::unique_ptr<AccessBridge> bridge_;
+  std::vector<AccessSensor> sensors_;  // the ports' sensors, with their last values
+  StateCache values_;                  // the last successful read of the list
 };
 
 }  // namespace vmio

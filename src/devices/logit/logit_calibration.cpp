@@ -158,13 +158,16 @@ void CleanFields(std::vector<std::string>& fields) {
 void LoadSensorTable() { LoadSensorTable(ModuleFolder() + "/" + kFileName); }
 
 void LoadSensorTable(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string bytes;
+  if (file) bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  LoadSensorTableBytes({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()});
+}
+
+void LoadSensorTableBytes(std::span<const uint8_t> bytes) {
   Module& module = State();
   module = Module{};
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return;
-  const std::string bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  const std::string text = BytesToString({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()}, kCodePage1252);
-  Load(Lines(text), module);
+  Load(Lines(BytesToString(bytes, kCodePage1252)), module);
 }
 
 const SensorRecord* FindSensor(const std::string& code) {

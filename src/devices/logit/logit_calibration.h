@@ -21,6 +21,7 @@
 // Keys are compared without regard to case, as the run-time's collections compare them.
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -32,9 +33,10 @@ using CalibrationTable = std::vector<std::string>;  // name, then value and raw 
 // Rebuilds this thread's sensors and tables from the file beside the library. Errors of the
 // file (457, 9, 13) are raised; the collections then hold what was read before the fault.
 void LoadSensorTable();
-// The same from a given file (the loader's work; LoadSensorTable passes the file beside the
-// library).
+// The same from a given file (LoadSensorTable passes the file beside the library).
 void LoadSensorTable(const std::string& path);
+// The loader's work on the file's bytes (code page 1252); no bytes is an empty file.
+void LoadSensorTableBytes(std::span<const uint8_t> bytes);
 
 // The sensor record for a type code's decimal text, if any.
 const SensorRecord* FindSensor(const std::string& code);

@@ -30,8 +30,8 @@ constexpr long kMaxRedirects = 10;
 constexpr int kIdlePollMs = 1000;  // the longest single wait when no time-out is near
 
 bool GlobalInit() {
-  static const bool ok = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-  return ok;
+  static const bool kInitialised = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+  return kInitialised;
 }
 
 // Request headers every request carries: no caching (what a reloading client sends), and
