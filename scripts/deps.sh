@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need; does nothing when they are present.
+# With arguments, installs those packages instead (scripts/test-windows.sh gives its own list).
 set -euo pipefail
 pkgs=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libcpp-httplib-dev
       libmodbus-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format python3-pytest
       clang libclang-rt-14-dev)  # clang and its runtime: the libFuzzer targets
+if (($#)); then pkgs=("$@"); fi
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

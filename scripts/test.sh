@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds everything and runs the whole suite twice: a normal build, then under ASan+UBSan;
-# then the soak (slow, left out of the quick ctest run) and a replay of every fuzz corpus.
+# in between, the Windows component under Wine (scripts/test-windows.sh); then the soak (slow,
+# left out of the quick ctest run) and a replay of every fuzz corpus.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -13,6 +14,9 @@ cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/nul
 cmake --build build/release -j "$jobs"
 ctest --test-dir build/release --output-on-failure -j "$jobs"
 ctest --test-dir build/release --output-on-failure -C soak -L soak
+
+# The Windows component, cross-built and run under Wine against the simulators just built.
+VMIO_NATIVE_BUILD=build/release scripts/test-windows.sh
 
 cmake -S . -B build/asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVMIO_SANITIZE=ON >/dev/null
 cmake --build build/asan -j "$jobs"

@@ -182,6 +182,10 @@ void HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders,
       break;
     case HttpOutcome::BadUrl:
       Raise(13101, "Failed to initialise the HTTP session");
+    case HttpOutcome::NoRequest:
+      Raise(13102, "Failed to initialise the HTTP request");
+    case HttpOutcome::Offline:
+      Raise(13102, "Windows is in offline mode.");
     case HttpOutcome::NoResponse:
       Raise(13104, "Failed to connect to the HTTP server.");
     case HttpOutcome::BodyBroken:

@@ -16,6 +16,8 @@ enum class HttpOutcome {
   Complete,    // the whole body arrived
   Truncated,   // the server closed the connection before the announced length arrived
   BadUrl,      // the URL cannot be used: malformed, or a scheme other than http
+  NoRequest,   // the transport could not make a request for the URL
+  Offline,     // the system is set to work offline
   NoResponse,  // no complete response header arrived (refused, time-out, reset)
   BodyBroken,  // the headers arrived, then reading the body failed (reset, time-out)
   Stopped,     // the receiver asked to stop

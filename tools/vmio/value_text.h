@@ -6,15 +6,10 @@
 #include <string>
 #include <string_view>
 
+#include "escape_text.h"
 #include "vmio/variant.h"
 
 namespace vmio::cli {
-
-// Writes backslash as \\, CR, LF and tab as \r \n \t, and every other control character (C0,
-// DEL, C1) and every byte that is not valid UTF-8 as \xHH, so a result always stays on one line.
-std::string EscapeText(std::string_view text);
-// Reads \\ \r \n \t and \xHH (any byte); nothing for another escape or a trailing backslash.
-std::optional<std::string> UnescapeText(std::string_view text);
 
 // "empty", "bool:true", "u1:7", "i2:-3", "i4:42", "r8:0.1" (the shortest text that reads back
 // to the same double), "str:ESCAPED".

@@ -1,0 +1,103 @@
+// The socket seam on Winsock 2.2.
+#include "net/socket.h"
+
+#include <winsock2.h>
+
+namespace vmio {
+namespace {
+
+SOCKET Sock(SocketHandle s) { return static_cast<SOCKET>(s); }
+
+sockaddr_in IPv4(unsigned long address, uint16_t port) {
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_port = htons(port);
+  a.sin_addr.s_addr = address;
+  return a;
+}
+
+}  // namespace
+
+void StartSockets() {
+  WSADATA data;
+  WSAStartup(MAKEWORD(2, 2), &data);
+}
+
+void StopSockets() { WSACleanup(); }
+
+SocketHandle OpenSocket(SocketKind kind) {
+  const SOCKET s =
+      kind == SocketKind::Tcp ? socket(AF_INET, SOCK_STREAM, IPPROTO_TCP) : socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+  if (s == INVALID_SOCKET) return kNoSocket;
+  // Not inherited by processes the host starts, as close-on-exec does elsewhere.
+  SetHandleInformation(reinterpret_cast<HANDLE>(s), HANDLE_FLAG_INHERIT, 0);
+  return static_cast<SocketHandle>(s);
+}
+
+bool BindAnyLocal(SocketHandle s) {
+  const sockaddr_in a = IPv4(htonl(INADDR_ANY), 0);
+  return bind(Sock(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
+}
+
+bool ConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port, int32_t timeoutMs) {
+  const sockaddr_in a = IPv4(inet_addr(dottedAddress.c_str()), port);
+  // Non-blocking for the connect only, so the wait ends at the time-out, not the system's.
+  u_long on = 1, off = 0;
+  if (ioctlsocket(Sock(s), FIONBIO, &on) != 0) return false;
+  bool connected = connect(Sock(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
+  int error = connected ? 0 : WSAGetLastError();
+  if (!connected && error == WSAEWOULDBLOCK) {
+    fd_set writable, failed;
+    FD_ZERO(&writable);
+    FD_ZERO(&failed);
+    FD_SET(Sock(s), &writable);
+    FD_SET(Sock(s), &failed);
+    const int32_t ms = timeoutMs < 0 ? 0 : timeoutMs;
+    timeval limit{ms / 1000, (ms % 1000) * 1000};
+    const int r = select(0, nullptr, &writable, &failed, &limit);
+    connected = r == 1 && FD_ISSET(Sock(s), &writable);
+    error = r == 0 ? WSAETIMEDOUT : 0;
+    if (r == 1 && !connected) {
+      int length = sizeof error;
+      getsockopt(Sock(s), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length);
+    }
+  }
+  ioctlsocket(Sock(s), FIONBIO, &off);
+  WSASetLastError(error);
+  return connected;
+}
+
+int32_t SendBytes(SocketHandle s, std::span<const uint8_t> bytes) {
+  const int n = send(Sock(s), reinterpret_cast<const char*>(bytes.data()), static_cast<int>(bytes.size()), 0);
+  return n == SOCKET_ERROR ? -1 : n;
+}
+
+int32_t SelectReadable(SocketHandle s, int32_t seconds) {
+  if (s == kNoSocket || seconds < 0) {
+    WSASetLastError(s == kNoSocket ? WSAENOTSOCK : WSAEINVAL);
+    return -1;
+  }
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(Sock(s), &readable);
+  timeval limit{seconds, 0};
+  const int r = select(0, &readable, nullptr, nullptr, &limit);
+  return r == SOCKET_ERROR ? -1 : r;
+}
+
+int32_t ReceiveBytes(SocketHandle s, uint8_t* buffer, int32_t length, int32_t flags) {
+  // Never blocks: the socket is non-blocking for this one call (Winsock has no per-call flag).
+  u_long on = 1, off = 0;
+  ioctlsocket(Sock(s), FIONBIO, &on);
+  const int n = recv(Sock(s), reinterpret_cast<char*>(buffer), length < 0 ? 0 : length, flags);
+  const int error = WSAGetLastError();
+  ioctlsocket(Sock(s), FIONBIO, &off);
+  WSASetLastError(error);
+  return n == SOCKET_ERROR ? -1 : n;
+}
+
+void CloseSocket(SocketHandle s) { closesocket(Sock(s)); }
+
+int32_t LastSocketError() { return WSAGetLastError(); }
+
+}  // namespace vmio

@@ -1,0 +1,81 @@
+// IEnumVARIANT over a snapshot of an enumerator's records, so a host's For Each works.
+#include <algorithm>
+#include <new>
+#include <vector>
+
+#include "registration/com/convert.h"
+#include "registration/com/dispatch_object.h"
+#include "registration/com/host_error.h"
+#include "registration/com/module.h"
+
+namespace vmio::com {
+namespace {
+
+class EnumVariant final : public IEnumVARIANT {
+ public:
+  EnumVariant(std::shared_ptr<const std::vector<Variant>> items, size_t position)
+      : items_(std::move(items)), position_(position) {
+    ObjectCreated();
+  }
+
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+    if (!out) return E_POINTER;
+    *out = iid == IID_IUnknown || iid == IID_IEnumVARIANT ? this : nullptr;
+    if (!*out) return E_NOINTERFACE;
+    AddRef();
+    return S_OK;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&references_)); }
+  ULONG STDMETHODCALLTYPE Release() override {
+    const LONG left = InterlockedDecrement(&references_);
+    if (left == 0) delete this;
+    return static_cast<ULONG>(left);
+  }
+
+  HRESULT STDMETHODCALLTYPE Next(ULONG count, VARIANT* out, ULONG* fetched) override {
+    if (!out || (count > 1 && !fetched)) return E_POINTER;
+    ULONG n = 0;
+    try {
+      for (; n < count && position_ < items_->size(); ++n, ++position_) {
+        VariantInit(&out[n]);
+        ToVariant((*items_)[position_], &out[n]);
+      }
+    } catch (...) {
+      for (ULONG i = 0; i < n; ++i) VariantClear(&out[i]);
+      if (fetched) *fetched = 0;
+      return ReportCurrentException(IID_IEnumVARIANT);
+    }
+    if (fetched) *fetched = n;
+    return n == count ? S_OK : S_FALSE;
+  }
+  HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
+    const size_t left = items_->size() - position_;
+    position_ += std::min<size_t>(count, left);
+    return count <= left ? S_OK : S_FALSE;
+  }
+  HRESULT STDMETHODCALLTYPE Reset() override {
+    position_ = 0;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE Clone(IEnumVARIANT** out) override {
+    if (!out) return E_POINTER;
+    *out = new (std::nothrow) EnumVariant(items_, position_);
+    return *out ? S_OK : E_OUTOFMEMORY;
+  }
+
+ private:
+  ~EnumVariant() { ObjectDestroyed(); }
+
+  std::shared_ptr<const std::vector<Variant>> items_;
+  size_t position_;
+  LONG references_ = 1;
+};
+
+}  // namespace
+
+IUnknown* NewEnumerator(const Variant& items) {
+  const std::span<const Variant> elements = items.AsArray();
+  return new EnumVariant(std::make_shared<const std::vector<Variant>>(elements.begin(), elements.end()), 0);
+}
+
+}  // namespace vmio::com

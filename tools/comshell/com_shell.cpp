@@ -1,0 +1,250 @@
+// Choices as in `vmio shell` (tools/vmio/shell.cpp), reached here through COM:
+// - Malformed arguments answer 5 before the object is looked at; an object command with no
+//   current object answers 91; a member the object does not have answers 438 (GetIDsOfNames
+//   fails), which is what `vmio shell` answers for a command the object cannot take.
+// - `new` answers 429 when the programmatic name is not registered or the class cannot be
+//   created. `sleep` runs this thread's message loop, so the component's timers fire.
+#include "com_shell.h"
+
+#include <istream>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "dispatch_call.h"
+#include "escape_text.h"
+#include "variant_text.h"
+
+namespace vmio::comshell {
+namespace {
+
+constexpr std::string_view kBlanks = " \t";
+
+[[noreturn]] void InvalidArgument() { throw StandardError(5); }
+
+std::string_view TrimLeft(std::string_view text) {
+  const size_t start = text.find_first_not_of(kBlanks);
+  return start == std::string_view::npos ? std::string_view() : text.substr(start);
+}
+
+class Arguments {
+ public:
+  explicit Arguments(std::string_view rest) : rest_(rest) {}
+
+  std::string_view Rest() const { return rest_; }
+
+  std::string_view Token() {
+    const size_t end = rest_.find_first_of(kBlanks);
+    const std::string_view token = rest_.substr(0, end);
+    rest_ = end == std::string_view::npos ? std::string_view() : TrimLeft(rest_.substr(end));
+    if (token.empty()) InvalidArgument();
+    return token;
+  }
+
+  int32_t Int32() {
+    const auto value = ParseInt32(Token());
+    if (!value) InvalidArgument();
+    return *value;
+  }
+
+  // Typed values to the end of the line; a "str:" value runs to the end of the line.
+  std::vector<OwnedVariant> Values() {
+    std::vector<OwnedVariant> values;
+    while (!rest_.empty()) {
+      const std::string_view text = rest_.starts_with("str:") ? std::exchange(rest_, {}) : Token();
+      auto value = ParseTypedValue(text);
+      if (!value) InvalidArgument();
+      values.push_back(std::move(*value));
+    }
+    return values;
+  }
+
+  OwnedVariant OneValue() {
+    auto values = Values();
+    if (values.size() != 1) InvalidArgument();
+    return std::move(values[0]);
+  }
+
+  void End() const {
+    if (!TrimLeft(rest_).empty()) InvalidArgument();
+  }
+
+ private:
+  std::string_view rest_;
+};
+
+VARIANT Int(int32_t n) {
+  VARIANT v;
+  VariantInit(&v);
+  V_VT(&v) = VT_I4;
+  V_I4(&v) = n;
+  return v;
+}
+
+std::vector<VARIANT> Views(const std::vector<OwnedVariant>& values) {
+  std::vector<VARIANT> views;
+  for (const OwnedVariant& v : values) views.push_back(*v);
+  return views;
+}
+
+std::string Result(const OwnedVariant& value) { return FormatTypedValue(*value); }
+
+// Waits while dispatching this thread's messages (timer callbacks among them).
+void PumpMessages(int32_t ms) {
+  const ULONGLONG deadline = GetTickCount64() + static_cast<ULONGLONG>(ms);
+  for (;;) {
+    MSG msg;
+    while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+      TranslateMessage(&msg);
+      DispatchMessageW(&msg);
+    }
+    const ULONGLONG now = GetTickCount64();
+    if (now >= deadline) return;
+    MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(deadline - now), QS_ALLINPUT);
+  }
+}
+
+class Shell {
+ public:
+  ~Shell() {
+    for (IDispatch* object : objects_) {
+      if (object) object->Release();
+    }
+  }
+
+  std::string Execute(std::string_view command, Arguments args) {
+    if (command == "new") {
+      const std::string_view progid = args.Token();
+      args.End();
+      objects_.push_back(Create(progid));
+      current_ = objects_.size();
+      return "ok";
+    }
+    if (command == "use") {
+      const int32_t k = args.Int32();
+      args.End();
+      if (k < 1 || static_cast<size_t>(k) > objects_.size()) InvalidArgument();
+      current_ = static_cast<size_t>(k);
+      return "ok";
+    }
+    if (command == "release") {
+      args.End();
+      Current();
+      std::exchange(objects_[current_ - 1], nullptr)->Release();
+      current_ = 0;
+      return "ok";
+    }
+    if (command == "connect") {
+      const auto device = cli::UnescapeText(args.Rest());
+      if (!device) InvalidArgument();
+      const std::wstring wide = Utf16(*device);
+      OwnedVariant text;
+      V_BSTR(text.get()) = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
+      V_VT(text.get()) = VT_BSTR;
+      const VARIANT arg[] = {*text};
+      return Ok(CallByName(Current(), "Connect", CallKind::kGet, arg));
+    }
+    if (command == "disconnect") {
+      args.End();
+      return Ok(CallByName(Current(), "Disconnect", CallKind::kGet, {}));
+    }
+    if (command == "ports") {
+      args.End();
+      return Result(CallByName(Current(), "Ports", CallKind::kGet, {}));
+    }
+    if (command == "direction" || command == "type" || command == "name" || command == "get") {
+      const VARIANT index[] = {Int(args.Int32())};
+      args.End();
+      const std::string_view member = command == "direction" ? "PortDirection"
+                                      : command == "type"    ? "PortType"
+                                      : command == "name"    ? "PortName"
+                                                             : "PortValue";
+      return Result(CallByName(Current(), member, CallKind::kGet, index));
+    }
+    if (command == "set") {
+      const VARIANT index = Int(args.Int32());
+      const OwnedVariant value = args.OneValue();
+      const VARIANT put[] = {index, *value};
+      CallByName(Current(), "PortValue", CallKind::kPut, put);
+      return "ok";
+    }
+    if (command == "call") {
+      const std::string member(args.Token());
+      const std::vector<OwnedVariant> values = args.Values();
+      const OwnedVariant result = CallByName(Current(), member, CallKind::kGet, Views(values));
+      return V_VT(&*result) == VT_EMPTY ? "ok" : Result(result);
+    }
+    if (command == "item-id" || command == "item-name") {
+      const OwnedVariant key = args.OneValue();
+      const VARIANT item_args[] = {*key};
+      const OwnedVariant record = CallByName(Current(), "Item", CallKind::kGet, item_args);
+      if (V_VT(&*record) != VT_DISPATCH) throw StandardError(13);
+      if (!V_DISPATCH(&*record)) throw StandardError(91);
+      return Result(CallByName(V_DISPATCH(&*record), command == "item-id" ? "ID" : "Name", CallKind::kGet, {}));
+    }
+    if (command == "sleep") {
+      const int32_t ms = args.Int32();
+      args.End();
+      if (ms < 0) InvalidArgument();
+      PumpMessages(ms);
+      return "ok";
+    }
+    InvalidArgument();
+  }
+
+ private:
+  static IDispatch* Create(std::string_view progid) {
+    CLSID clsid;
+    IDispatch* object = nullptr;
+    if (FAILED(CLSIDFromProgID(Utf16(progid).c_str(), &clsid)) ||
+        FAILED(
+            CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, reinterpret_cast<void**>(&object)))) {
+      throw StandardError(429);
+    }
+    return object;
+  }
+
+  static std::string Ok(const OwnedVariant&) { return "ok"; }
+
+  IDispatch* Current() {
+    if (current_ == 0 || !objects_[current_ - 1]) throw StandardError(91);
+    return objects_[current_ - 1];
+  }
+
+  std::vector<IDispatch*> objects_;  // object K at K - 1; released ones are null
+  size_t current_ = 0;
+};
+
+std::string ErrorLine(const HostError& e) {
+  return "error " + std::to_string(e.number) + " " + cli::EscapeText(e.description);
+}
+
+}  // namespace
+
+int RunShell(std::istream& in, std::ostream& out) {
+  Shell shell;
+  std::string line;
+  while (std::getline(in, line)) {
+    std::string_view text(line);
+    if (text.ends_with('\r')) text.remove_suffix(1);
+    text = TrimLeft(text);
+    if (text.empty() || text.front() == '#') continue;
+    const size_t end = text.find_first_of(kBlanks);
+    const std::string_view command = text.substr(0, end);
+    const Arguments args(end == std::string_view::npos ? std::string_view() : TrimLeft(text.substr(end)));
+    std::string result;
+    try {
+      result = shell.Execute(command, args);
+    } catch (const HostError& e) {
+      result = ErrorLine(e);
+    } catch (const std::exception& e) {
+      result = ErrorLine({5, e.what()});
+    }
+    out << result << '\n' << std::flush;
+  }
+  return 0;
+}
+
+}  // namespace vmio::comshell
