@@ -22,8 +22,11 @@ device=
 sim_args=$(sed -n 's/^@sim //p' "$case_file")
 if [ -n "$sim_args" ]; then
   sim_args=${sim_args//'${LOOPBACK}'/$loopback}
+  # The files exist before the simulator starts writing them: the wait below reads them at once.
+  : >"$work/sim.out"
+  : >"$work/sim.err"
   # shellcheck disable=SC2086
-  "$sim" $sim_args </dev/null >"$work/sim.out" 2>"$work/sim.err" &
+  "$sim" $sim_args </dev/null >>"$work/sim.out" 2>>"$work/sim.err" &
   sim_pid=$!
   for _ in $(seq 300); do  # up to 30 s: a loaded machine starts it slowly
     device=$(sed -n 's/^device: //p' "$work/sim.out")

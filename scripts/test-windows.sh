@@ -75,7 +75,8 @@ for case in tests/shell/*.txt; do
   scripts/shell-case.sh "$case" "$sim" wine64 'C:\vmio\vmio-com-shell.exe'
 done
 
-"$sim" axis --inputs 2 --outputs 2 --auth basic </dev/null >"$WINEPREFIX/axis.out" 2>&1 &
+: >"$WINEPREFIX/axis.out"  # exists before the wait below reads it
+"$sim" axis --inputs 2 --outputs 2 --auth basic </dev/null >>"$WINEPREFIX/axis.out" 2>&1 &
 sim_pid=$!
 for _ in $(seq 100); do
   device=$(sed -n 's/^device: //p' "$WINEPREFIX/axis.out")
