@@ -9,14 +9,16 @@ std::string HttpSimUsage(const HttpSimMake& make) {
          "  --listen HOST:PORT        address to serve on (default 127.0.0.1:0, an ephemeral port)\n"
          "  --user U --password P     require these credentials (default: the demo device's)\n"
          "  --auth basic|digest|none  how credentials are checked (default " +
-         (make.default_auth == AuthScheme::Digest ? "digest" : "basic") + "); none: not at all\n";
+         (make.default_auth == AuthScheme::Digest ? "digest" : "basic") + "); none: not at all\n" +
+         "  --tls                     serve https with a self-signed certificate made at start\n";
 }
 
 std::string HttpSimHelp(const HttpSimMake& make) {
   return HttpSimUsage(make) +
          "\n"
          "With no options it is the device `vmio demo` runs against.\n"
-         "Prints \"device: DEVICE\" and serves until interrupted. Lines on standard input:\n" +
+         "Prints \"device: DEVICE\" and serves until interrupted; with --tls, first\n"
+         "\"VMIO_CA_FILE=PATH\" (the certificate, for the client to trust). Lines on standard input:\n" +
          std::string(kPointControlHelp) + std::string(make.control_help);
 }
 
@@ -29,6 +31,8 @@ std::optional<HttpSimArgs> ReadHttpSimOptions(const HttpSimMake& make, const Htt
     const std::string& option = a[i];
     if (option == "--listen") {
       ParseListen(TakeValue(a, i), out.host, out.port);
+    } else if (option == "--tls") {
+      out.tls = true;
     } else if (option == "--user") {
       user = TakeValue(a, i);
     } else if (option == "--password") {

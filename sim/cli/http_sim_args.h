@@ -1,7 +1,8 @@
 #pragma once
 // Simulated HTTP devices as makes: the options every one takes (--listen, --user, --password,
-// --auth), its help, its default fixture and its run. A make's file states only its own
+// --auth, --tls), its help, its default fixture and its run. A make's file states only its own
 // options, its starting states and any control lines of its own.
+#include <iostream>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,6 +30,7 @@ struct HttpSimArgs {
   std::string host = "127.0.0.1";
   int port = 0;
   HttpAuth auth;
+  bool tls = false;  // serve https with a certificate made at start
 };
 
 // The whole --help text, and the shorter usage shown after a bad option.
@@ -80,8 +82,10 @@ bool RegisterHttpMake(HttpMakeSpec<Sim, Options> spec) {
     return StartAndServe(
         spec.text.name,
         [&] {
+          if (common->tls) sim.Server().ServeTls();
           sim.Start(common->host, common->port);
           SetStartingStates(sim.Points(), spec.on);
+          if (common->tls) std::cout << "VMIO_CA_FILE=" << sim.Server().CaFile() << std::endl;
           return sim.DeviceString();
         },
         [&](const std::string& line) { return AnswerControlLine(&sim.Points(), control, line); });

@@ -1,11 +1,13 @@
 #include "http_sim_server.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <httplib.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
+#include <openssl/ssl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -23,6 +25,8 @@
 #include <optional>
 #include <stdexcept>
 #include <thread>
+
+#include "self_signed_tls.h"
 
 // cpp-httplib parses requests and writes responses; the connections are served here, so that
 // they can be counted, kept alive for as long as a camera would, held while silent, and all
@@ -173,17 +177,43 @@ class ThreadPerConnection final : public httplib::TaskQueue {
 
 // One accepted socket as cpp-httplib's stream: reads are buffered (the request parser reads
 // byte by byte), writes are gathered and sent before the next read or when the reply is done.
+// Over TLS the socket is non-blocking, so that Stop is heard while a record is half received.
 class ConnectionStream final : public httplib::Stream {
  public:
   ConnectionStream(int fd, int wake_fd) : fd_(fd), wake_fd_(wake_fd) {}
+  ~ConnectionStream() override {
+    if (!ssl_) return;
+    SSL_shutdown(ssl_);  // one try: a close_notify if the socket takes it
+    SSL_free(ssl_);
+  }
+  ConnectionStream(const ConnectionStream&) = delete;
+  ConnectionStream& operator=(const ConnectionStream&) = delete;
 
-  bool is_readable() const override { return in_pos_ < in_len_ || Wait(POLLIN, kIoTimeoutMs); }
+  // The TLS handshake; false when it fails or times out (a client that refuses the certificate).
+  bool Accept(SSL_CTX* context) {
+    const int flags = fcntl(fd_, F_GETFL);
+    if (flags < 0 || fcntl(fd_, F_SETFL, flags | O_NONBLOCK) != 0) return false;
+    ssl_ = SSL_new(context);
+    if (!ssl_ || SSL_set_fd(ssl_, fd_) != 1) return false;
+    int result;
+    while ((result = SSL_accept(ssl_)) != 1) {
+      if (!WaitFor(result)) return false;
+    }
+    return true;
+  }
+
+  // True when a request's bytes are at hand, or arrive before the time-out (or Stop).
+  bool Readable(int timeout_ms) const {
+    return in_pos_ < in_len_ || (ssl_ && SSL_pending(ssl_) > 0) || Wait(POLLIN, timeout_ms);
+  }
+
+  bool is_readable() const override { return Readable(kIoTimeoutMs); }
   bool is_writable() const override { return Wait(POLLOUT, kIoTimeoutMs); }
 
   ssize_t read(char* ptr, size_t size) override {
     if (in_pos_ == in_len_) {
-      if (!Flush() || !Wait(POLLIN, kIoTimeoutMs)) return -1;
-      const ssize_t n = ::recv(fd_, in_, sizeof in_, 0);
+      if (!Flush()) return -1;
+      const ssize_t n = Receive();
       if (n <= 0) return n;
       in_pos_ = 0;
       in_len_ = static_cast<size_t>(n);
@@ -202,8 +232,7 @@ class ConnectionStream final : public httplib::Stream {
   bool Flush() {
     size_t sent = 0;
     while (sent < out_.size()) {
-      if (!Wait(POLLOUT, kIoTimeoutMs)) return false;
-      const ssize_t n = ::send(fd_, out_.data() + sent, out_.size() - sent, MSG_NOSIGNAL);
+      const ssize_t n = Send(out_.data() + sent, out_.size() - sent);
       if (n < 0) return false;
       sent += static_cast<size_t>(n);
     }
@@ -223,6 +252,39 @@ class ConnectionStream final : public httplib::Stream {
   }
 
  private:
+  // After a TLS call returned result: waits for what it wants; false when it failed instead.
+  bool WaitFor(int result) const {
+    switch (SSL_get_error(ssl_, result)) {
+      case SSL_ERROR_WANT_READ:
+        return Wait(POLLIN, kIoTimeoutMs);
+      case SSL_ERROR_WANT_WRITE:
+        return Wait(POLLOUT, kIoTimeoutMs);
+      default:
+        return false;
+    }
+  }
+
+  // Bytes into in_: their count, 0 at the end of the stream, -1 on a failure or time-out.
+  ssize_t Receive() {
+    if (!ssl_) return Wait(POLLIN, kIoTimeoutMs) ? ::recv(fd_, in_, sizeof in_, 0) : -1;
+    for (;;) {
+      const int n = SSL_read(ssl_, in_, static_cast<int>(sizeof in_));
+      if (n > 0) return n;
+      if (SSL_get_error(ssl_, n) == SSL_ERROR_ZERO_RETURN) return 0;
+      if (!WaitFor(n)) return -1;
+    }
+  }
+
+  // Sends some of data: the count sent, or -1.
+  ssize_t Send(const char* data, size_t size) {
+    if (!ssl_) return Wait(POLLOUT, kIoTimeoutMs) ? ::send(fd_, data, size, MSG_NOSIGNAL) : -1;
+    for (;;) {
+      const int n = SSL_write(ssl_, data, static_cast<int>(size));
+      if (n > 0) return n;
+      if (!WaitFor(n)) return -1;
+    }
+  }
+
   template <typename Query>
   void Address(Query query, std::string& ip, int& port) const {
     sockaddr_storage addr{};
@@ -243,6 +305,7 @@ class ConnectionStream final : public httplib::Stream {
 
   int fd_;
   int wake_fd_;
+  SSL* ssl_ = nullptr;  // over TLS only
   char in_[4096];
   size_t in_pos_ = 0;
   size_t in_len_ = 0;
@@ -260,6 +323,8 @@ struct HttpSimServer::State {
   const HttpAuth auth;
   const std::string nonce = RandomHex(16);
   const std::string opaque = RandomHex(8);
+  bool serve_tls = false;
+  std::unique_ptr<SelfSignedTls> tls;  // made by a TLS Start
 
   std::unique_ptr<Server> server;
   std::thread listener;
@@ -357,6 +422,7 @@ struct HttpSimServer::State {
   }
 
   void ServeConnection(int fd);
+  void Serve(ConnectionStream& stream, int fd);
 };
 
 class HttpSimServer::State::Server final : public httplib::Server {
@@ -380,20 +446,26 @@ void HttpSimServer::State::ServeConnection(int fd) {
   }
   const int one = 1;
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-  ConnectionStream stream(fd, wake_fd);
-  for (size_t served = 0; served < kMaxRequestsPerConnection && !stopping; ++served) {
-    if (!stream.Wait(POLLIN, kIdleSeconds * 1000) || !ReleaseWhenHeard(fd)) break;
-    Busy(fd);
-    bool closed = false;
-    const bool last = served + 1 == kMaxRequestsPerConnection;
-    const bool ok = server->process_request(stream, last, closed, nullptr) && stream.Flush();
-    if (!ok || closed || !Idle(fd)) break;
+  {
+    ConnectionStream stream(fd, wake_fd);
+    if (!tls || stream.Accept(tls->Context())) Serve(stream, fd);
   }
   {
     std::lock_guard lock(mutex);
     open.erase(fd);
   }
   ::close(fd);
+}
+
+void HttpSimServer::State::Serve(ConnectionStream& stream, int fd) {
+  for (size_t served = 0; served < kMaxRequestsPerConnection && !stopping; ++served) {
+    if (!stream.Readable(kIdleSeconds * 1000) || !ReleaseWhenHeard(fd)) break;
+    Busy(fd);
+    bool closed = false;
+    const bool last = served + 1 == kMaxRequestsPerConnection;
+    const bool ok = server->process_request(stream, last, closed, nullptr) && stream.Flush();
+    if (!ok || closed || !Idle(fd)) break;
+  }
 }
 
 HttpSimServer::HttpSimServer(Handler handler, HttpAuth auth)
@@ -405,6 +477,7 @@ void HttpSimServer::Start(const std::string& host, int port) {
   State& s = *state_;
   if (s.server) throw std::runtime_error("HttpSimServer already started");
   s.stopping = false;
+  if (s.serve_tls && !s.tls) s.tls = std::make_unique<SelfSignedTls>();
   s.wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (s.wake_fd < 0) throw std::runtime_error("eventfd failed");
   s.server = std::make_unique<State::Server>(s);
@@ -455,14 +528,19 @@ void HttpSimServer::Stop() {
   s.wake_fd = -1;
 }
 
+void HttpSimServer::ServeTls() { state_->serve_tls = true; }
+
+std::string HttpSimServer::CaFile() const { return state_->tls ? state_->tls->CertificateFile() : std::string(); }
+
 int HttpSimServer::Port() const { return state_->port; }
 
 std::string HttpSimServer::Authority() const { return "127.0.0.1:" + std::to_string(state_->port); }
 
 std::string HttpSimServer::DeviceString() const {
   const HttpAuth& a = state_->auth;
-  if (a.scheme == AuthScheme::None) return Authority();
-  return a.user + ":" + a.password + "@" + Authority();
+  const std::string scheme = state_->tls ? "https://" : "";
+  if (a.scheme == AuthScheme::None) return scheme + Authority();
+  return scheme + a.user + ":" + a.password + "@" + Authority();
 }
 
 int HttpSimServer::RequestCount(std::string_view path) const {

@@ -49,11 +49,18 @@ class HttpSimServer {
   void Start(const std::string& host = "127.0.0.1", int port = 0);
   void Stop();
 
+  // Serves TLS from the next Start on, presenting a self-signed certificate for 127.0.0.1 and
+  // localhost made then; DeviceString() then begins with "https://".
+  void ServeTls();
+  // The PEM file of that certificate, for a client to trust (VMIO_CA_FILE); empty until a TLS
+  // Start. It is removed when the server is destroyed.
+  std::string CaFile() const;
+
   int Port() const;
   // "127.0.0.1:PORT".
   std::string Authority() const;
   // What a driver's Connect takes: the authority, with "user:password@" in front when the
-  // server requires credentials.
+  // server requires credentials (and "https://" before that when it serves TLS).
   std::string DeviceString() const;
 
   // Requests that passed the credential check, by path (without the query), and in all.
