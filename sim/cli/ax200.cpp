@@ -39,13 +39,13 @@ constexpr char kUsage[] =
     "  show                      list the doors and sensors\n";
 
 // ID:NAME:LAST, cut at the first and the last colon: names may hold colons.
-void SplitSpec(const std::string& spec, std::string& id, std::string& name, std::string& last) {
-  const size_t first = spec.find(':');
-  const size_t second = spec.rfind(':');
-  if (first == std::string::npos || first == second || first == 0) throw BadArgument(spec);
-  id = spec.substr(0, first);
-  name = spec.substr(first + 1, second - first - 1);
-  last = spec.substr(second + 1);
+void SplitPointOption(const std::string& option, std::string& id, std::string& name, std::string& last) {
+  const size_t first = option.find(':');
+  const size_t second = option.rfind(':');
+  if (first == std::string::npos || first == second || first == 0) throw BadArgument(option);
+  id = option.substr(0, first);
+  name = option.substr(first + 1, second - first - 1);
+  last = option.substr(second + 1);
 }
 
 void SetStatus(Ax200Sim& sim, const std::string& word) {
@@ -129,10 +129,10 @@ int RunAx200(const std::vector<std::string>& args) {
     if (option == "--listen") {
       options.listen = TakeValue(a, i);
     } else if (option == "--door") {
-      SplitSpec(TakeValue(a, i), id, name, last);
+      SplitPointOption(TakeValue(a, i), id, name, last);
       doors.push_back({ParseCount(id), name, last});
     } else if (option == "--sensor") {
-      SplitSpec(TakeValue(a, i), id, name, last);
+      SplitPointOption(TakeValue(a, i), id, name, last);
       sensors.push_back({id, name, last});
     } else if (option == "--status") {
       status = TakeValue(a, i);

@@ -49,7 +49,7 @@ std::optional<HttpSimArgs> ReadHttpSimOptions(const HttpSimMake& make, const Htt
 void SetStartingStates(PointBank& points, const std::vector<std::pair<PointKind, int>>& on);
 
 template <class Sim, class Options>
-struct HttpMakeSpec {
+struct HttpMakeDescription {
   HttpSimMake text;
   Options (*fixture)();                            // the default device's options
   std::vector<std::pair<PointKind, int>> on = {};  // the points it starts with on
@@ -59,39 +59,39 @@ struct HttpMakeSpec {
 
 // Registers a simulated HTTP make; `vmio-sim MAKE` reads its options on top of the fixture's.
 template <class Sim, class Options>
-bool RegisterHttpMake(HttpMakeSpec<Sim, Options> spec) {
-  const auto start = [spec] {
-    auto sim = std::make_shared<Sim>(spec.fixture());
+bool RegisterHttpMake(HttpMakeDescription<Sim, Options> make) {
+  const auto start = [make] {
+    auto sim = std::make_shared<Sim>(make.fixture());
     sim->Start();
-    SetStartingStates(sim->Points(), spec.on);
+    SetStartingStates(sim->Points(), make.on);
     return RunningDevice{sim, sim->DeviceString()};
   };
-  const auto run = [spec](const std::vector<std::string>& args) {
-    Options options = spec.fixture();
+  const auto run = [make](const std::vector<std::string>& args) {
+    Options options = make.fixture();
     int exit_code = 0;
     const auto own = [&](const std::vector<std::string>& a, size_t& i) {
-      return spec.read_option && spec.read_option(options, a, i);
+      return make.read_option && make.read_option(options, a, i);
     };
-    const std::optional<HttpSimArgs> common = ReadHttpSimOptions(spec.text, options.auth, args, own, exit_code);
+    const std::optional<HttpSimArgs> common = ReadHttpSimOptions(make.text, options.auth, args, own, exit_code);
     if (!common) return exit_code;
     options.auth = common->auth;
     Sim sim(options);
     const OwnControl control = [&](const std::string& word, const std::string& rest) {
-      return spec.control ? spec.control(sim, word, rest) : std::nullopt;
+      return make.control ? make.control(sim, word, rest) : std::nullopt;
     };
     return StartAndServe(
-        spec.text.name,
+        make.text.name,
         [&] {
           if (common->tls) sim.Server().ServeTls();
           sim.Start(common->host, common->port);
-          SetStartingStates(sim.Points(), spec.on);
+          SetStartingStates(sim.Points(), make.on);
           if (common->tls) std::cout << "VMIO_CA_FILE=" << sim.Server().CaFile() << std::endl;
           return sim.DeviceString();
         },
         [&](const std::string& line) { return AnswerControlLine(&sim.Points(), control, line); });
   };
   return RegisterMake(
-      {.progid = spec.text.progid, .start = start, .name = spec.text.name, .help = spec.text.help, .run = run});
+      {.progid = make.text.progid, .start = start, .name = make.text.name, .help = make.text.help, .run = run});
 }
 
 }  // namespace vmio::sim::cli
