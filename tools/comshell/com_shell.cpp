@@ -15,65 +15,16 @@
 
 #include "dispatch_call.h"
 #include "escape_text.h"
+#include "shell_syntax.h"
 #include "variant_text.h"
 
 namespace vmio::comshell {
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
+using cli::ShellArguments;
+using cli::TypedValue;
 
-[[noreturn]] void InvalidArgument() { throw StandardError(5); }
-
-std::string_view TrimLeft(std::string_view text) {
-  const size_t start = text.find_first_not_of(kBlanks);
-  return start == std::string_view::npos ? std::string_view() : text.substr(start);
-}
-
-class Arguments {
- public:
-  explicit Arguments(std::string_view rest) : rest_(rest) {}
-
-  std::string_view Rest() const { return rest_; }
-
-  std::string_view Token() {
-    const size_t end = rest_.find_first_of(kBlanks);
-    const std::string_view token = rest_.substr(0, end);
-    rest_ = end == std::string_view::npos ? std::string_view() : TrimLeft(rest_.substr(end));
-    if (token.empty()) InvalidArgument();
-    return token;
-  }
-
-  int32_t Int32() {
-    const auto value = ParseInt32(Token());
-    if (!value) InvalidArgument();
-    return *value;
-  }
-
-  // Typed values to the end of the line; a "str:" value runs to the end of the line.
-  std::vector<OwnedVariant> Values() {
-    std::vector<OwnedVariant> values;
-    while (!rest_.empty()) {
-      const std::string_view text = rest_.starts_with("str:") ? std::exchange(rest_, {}) : Token();
-      auto value = ParseTypedValue(text);
-      if (!value) InvalidArgument();
-      values.push_back(std::move(*value));
-    }
-    return values;
-  }
-
-  OwnedVariant OneValue() {
-    auto values = Values();
-    if (values.size() != 1) InvalidArgument();
-    return std::move(values[0]);
-  }
-
-  void End() const {
-    if (!TrimLeft(rest_).empty()) InvalidArgument();
-  }
-
- private:
-  std::string_view rest_;
-};
+[[noreturn]] void InvalidArgument() { throw cli::ShellSyntaxError(); }
 
 VARIANT Int(int32_t n) {
   VARIANT v;
@@ -114,7 +65,7 @@ class Shell {
     }
   }
 
-  std::string Execute(std::string_view command, Arguments args) {
+  std::string Execute(std::string_view command, ShellArguments args) {
     if (command == "new") {
       const std::string_view progid = args.Token();
       args.End();
@@ -139,10 +90,7 @@ class Shell {
     if (command == "connect") {
       const auto device = cli::UnescapeText(args.Rest());
       if (!device) InvalidArgument();
-      const std::wstring wide = Utf16(*device);
-      OwnedVariant text;
-      V_BSTR(text.get()) = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
-      V_VT(text.get()) = VT_BSTR;
+      const OwnedVariant text = ToVariant(std::move(*device));
       const VARIANT arg[] = {*text};
       return Ok(CallByName(Current(), "Connect", CallKind::kGet, arg));
     }
@@ -165,19 +113,20 @@ class Shell {
     }
     if (command == "set") {
       const VARIANT index = Int(args.Int32());
-      const OwnedVariant value = args.OneValue();
+      const OwnedVariant value = ToVariant(args.OneValue());
       const VARIANT put[] = {index, *value};
       CallByName(Current(), "PortValue", CallKind::kPut, put);
       return "ok";
     }
     if (command == "call") {
       const std::string member(args.Token());
-      const std::vector<OwnedVariant> values = args.Values();
+      std::vector<OwnedVariant> values;
+      for (TypedValue& v : args.Values()) values.push_back(ToVariant(std::move(v)));
       const OwnedVariant result = CallByName(Current(), member, CallKind::kGet, Views(values));
       return V_VT(&*result) == VT_EMPTY ? "ok" : Result(result);
     }
     if (command == "item-id" || command == "item-name") {
-      const OwnedVariant key = args.OneValue();
+      const OwnedVariant key = ToVariant(args.OneValue());
       const VARIANT item_args[] = {*key};
       const OwnedVariant record = CallByName(Current(), "Item", CallKind::kGet, item_args);
       if (V_VT(&*record) != VT_DISPATCH) throw StandardError(13);
@@ -227,18 +176,15 @@ int RunShell(std::istream& in, std::ostream& out) {
   Shell shell;
   std::string line;
   while (std::getline(in, line)) {
-    std::string_view text(line);
-    if (text.ends_with('\r')) text.remove_suffix(1);
-    text = TrimLeft(text);
-    if (text.empty() || text.front() == '#') continue;
-    const size_t end = text.find_first_of(kBlanks);
-    const std::string_view command = text.substr(0, end);
-    const Arguments args(end == std::string_view::npos ? std::string_view() : TrimLeft(text.substr(end)));
+    const std::optional<cli::ShellCommand> command = cli::ReadCommandLine(line);
+    if (!command) continue;
     std::string result;
     try {
-      result = shell.Execute(command, args);
+      result = shell.Execute(command->word, command->args);
     } catch (const HostError& e) {
       result = ErrorLine(e);
+    } catch (const cli::ShellSyntaxError&) {
+      result = ErrorLine(StandardError(5));
     } catch (const std::exception& e) {
       result = ErrorLine({5, e.what()});
     }

@@ -2,38 +2,10 @@
 
 #include <charconv>
 #include <cstdint>
-#include <limits>
 
 #include "escape_text.h"
 
 namespace vmio::comshell {
-namespace {
-
-template <class T>
-std::optional<T> ParseWhole(std::string_view text) {
-  T value{};
-  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (text.empty() || ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
-}
-
-std::optional<int64_t> InRange(std::string_view digits, int64_t low, int64_t high) {
-  const auto n = ParseWhole<int64_t>(digits);
-  if (!n || *n < low || *n > high) return std::nullopt;
-  return n;
-}
-
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    if (lower(a[i]) != lower(b[i])) return false;
-  }
-  return true;
-}
-
-}  // namespace
-
 std::string Utf8(BSTR text) {
   const int length = text ? static_cast<int>(SysStringLen(text)) : 0;
   if (length == 0) return {};
@@ -51,47 +23,30 @@ std::wstring Utf16(std::string_view text) {
   return out;
 }
 
-std::optional<OwnedVariant> ParseTypedValue(std::string_view text) {
-  OwnedVariant value;
-  VARIANT* v = value.get();
-  if (text == "empty") return value;
-  const size_t colon = text.find(':');
-  if (colon == std::string_view::npos) return std::nullopt;
-  const std::string_view type = text.substr(0, colon);
-  const std::string_view rest = text.substr(colon + 1);
-  if (type == "str") {
-    const auto unescaped = cli::UnescapeText(rest);
-    if (!unescaped) return std::nullopt;
-    const std::wstring wide = Utf16(*unescaped);
+OwnedVariant ToVariant(cli::TypedValue value) {
+  OwnedVariant owned;
+  VARIANT* v = owned.get();
+  if (auto* text = std::get_if<std::string>(&value)) {
+    const std::wstring wide = Utf16(*text);
     V_BSTR(v) = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
     V_VT(v) = VT_BSTR;
-  } else if (type == "bool" && (EqualsNoCase(rest, "true") || EqualsNoCase(rest, "false"))) {
+  } else if (auto* b = std::get_if<bool>(&value)) {
     V_VT(v) = VT_BOOL;
-    V_BOOL(v) = EqualsNoCase(rest, "true") ? VARIANT_TRUE : VARIANT_FALSE;
-  } else if (type == "u1") {
-    const auto n = InRange(rest, 0, 255);
-    if (!n) return std::nullopt;
+    V_BOOL(v) = *b ? VARIANT_TRUE : VARIANT_FALSE;
+  } else if (auto* u1 = std::get_if<uint8_t>(&value)) {
     V_VT(v) = VT_UI1;
-    V_UI1(v) = static_cast<BYTE>(*n);
-  } else if (type == "i2") {
-    const auto n = InRange(rest, std::numeric_limits<int16_t>::min(), std::numeric_limits<int16_t>::max());
-    if (!n) return std::nullopt;
+    V_UI1(v) = *u1;
+  } else if (auto* i2 = std::get_if<int16_t>(&value)) {
     V_VT(v) = VT_I2;
-    V_I2(v) = static_cast<SHORT>(*n);
-  } else if (type == "i4") {
-    const auto n = InRange(rest, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max());
-    if (!n) return std::nullopt;
+    V_I2(v) = *i2;
+  } else if (auto* i4 = std::get_if<int32_t>(&value)) {
     V_VT(v) = VT_I4;
-    V_I4(v) = static_cast<LONG>(*n);
-  } else if (type == "r8") {
-    const auto d = ParseWhole<double>(rest);
-    if (!d) return std::nullopt;
+    V_I4(v) = *i4;
+  } else if (auto* r8 = std::get_if<double>(&value)) {
     V_VT(v) = VT_R8;
-    V_R8(v) = *d;
-  } else {
-    return std::nullopt;
+    V_R8(v) = *r8;
   }
-  return value;
+  return owned;
 }
 
 std::string FormatTypedValue(const VARIANT& value) {
@@ -126,7 +81,5 @@ std::string FormatTypedValue(const VARIANT& value) {
       return "vt:" + std::to_string(V_VT(&value));
   }
 }
-
-std::optional<int32_t> ParseInt32(std::string_view text) { return ParseWhole<int32_t>(text); }
 
 }  // namespace vmio::comshell

@@ -5,9 +5,10 @@
 // After windows.h, which they need.
 #include <oleauto.h>
 
-#include <optional>
 #include <string>
 #include <string_view>
+
+#include "shell_syntax.h"
 
 namespace vmio::comshell {
 
@@ -30,12 +31,8 @@ class OwnedVariant {
   VARIANT v_;
 };
 
-// "empty", "bool:true", "u1:7", "i2:-3", "i4:42", "r8:0.5", "str:ESCAPED"; nothing when the
-// text is malformed or a number is out of its type's range.
-std::optional<OwnedVariant> ParseTypedValue(std::string_view text);
+// A value as written on a shell line, as a VARIANT.
+OwnedVariant ToVariant(cli::TypedValue value);
 // The typed text of a result: as above, "object" for an object, "array:N" for an array.
 std::string FormatTypedValue(const VARIANT& value);
-// A decimal 32-bit integer, optionally negative, nothing else.
-std::optional<int32_t> ParseInt32(std::string_view text);
-
 }  // namespace vmio::comshell

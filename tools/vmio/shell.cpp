@@ -13,7 +13,6 @@
 //   variable still exists, it holds Nothing); other numbers answer 5.
 // - An exception other than AutomationError answers "error 5 " + its text; anything else
 //   thrown answers error 5 with its standard text. The shell keeps reading either way.
-// - A carriage return ending a line is dropped, so scripts written with CR LF work.
 #include "shell.h"
 
 #include <chrono>
@@ -26,6 +25,7 @@
 #include <vector>
 
 #include "core/pumping_wait.h"
+#include "shell_syntax.h"
 #include "value_text.h"
 #include "vmio/error.h"
 #include "vmio/objects.h"
@@ -33,67 +33,12 @@
 namespace vmio::cli {
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
-
-[[noreturn]] void InvalidArgument() { throw AutomationError(5); }
-
-std::string_view TrimLeft(std::string_view text) {
-  const size_t start = text.find_first_not_of(kBlanks);
-  return start == std::string_view::npos ? std::string_view() : text.substr(start);
-}
-
-// The arguments after the command word, consumed from the left.
-class Arguments {
- public:
-  explicit Arguments(std::string_view rest) : rest_(rest) {}
-
-  // Everything left, as it stands (trailing blanks included).
-  std::string_view Rest() const { return rest_; }
-
-  std::string_view Token() {
-    const size_t end = rest_.find_first_of(kBlanks);
-    const std::string_view token = rest_.substr(0, end);
-    rest_ = end == std::string_view::npos ? std::string_view() : TrimLeft(rest_.substr(end));
-    if (token.empty()) InvalidArgument();
-    return token;
-  }
-
-  int32_t Int32() {
-    const auto value = ParseInt32(Token());
-    if (!value) InvalidArgument();
-    return *value;
-  }
-
-  // Typed values up to the end of the line; a "str:" value runs to the end of the line.
-  std::vector<Variant> Values() {
-    std::vector<Variant> values;
-    while (!rest_.empty()) {
-      const std::string_view text = rest_.starts_with("str:") ? std::exchange(rest_, {}) : Token();
-      auto value = ParseTypedValue(text);
-      if (!value) InvalidArgument();
-      values.push_back(std::move(*value));
-    }
-    return values;
-  }
-
-  Variant OneValue() {
-    auto values = Values();
-    if (values.size() != 1) InvalidArgument();
-    return std::move(values[0]);
-  }
-
-  void End() const {
-    if (!TrimLeft(rest_).empty()) InvalidArgument();
-  }
-
- private:
-  std::string_view rest_;
-};
+[[noreturn]] void InvalidArgument() { throw ShellSyntaxError(); }
 
 class Shell {
  public:
   // The result line of one command.
-  std::string Execute(std::string_view command, Arguments args) {
+  std::string Execute(std::string_view command, ShellArguments args) {
     if (command == "new") {
       const std::string_view progid = args.Token();
       args.End();
@@ -141,18 +86,19 @@ class Shell {
     }
     if (command == "set") {
       const int32_t index = args.Int32();
-      const Variant value = args.OneValue();
+      const Variant value = ToVariant(args.OneValue());
       Device().PortValue(index, value);
       return "ok";
     }
     if (command == "call") {
       const std::string member(args.Token());
-      const std::vector<Variant> values = args.Values();
+      std::vector<Variant> values;
+      for (TypedValue& v : args.Values()) values.push_back(ToVariant(std::move(v)));
       const Variant result = CurrentObject().Call(member, values);
       return result.IsEmpty() ? "ok" : FormatTypedValue(result);
     }
     if (command == "item-id" || command == "item-name") {
-      const Variant key[] = {args.OneValue()};  // a 1-based position or a string key
+      const Variant key[] = {ToVariant(args.OneValue())};  // a 1-based position or a string key
       const Variant record = CurrentObject().Call("Item", key);
       return FormatTypedValue(record.AsObject()->Call(command == "item-id" ? "ID" : "Name"));
     }
@@ -192,18 +138,15 @@ int RunShell(std::istream& in, std::ostream& out) {
   Shell shell;
   std::string line;
   while (std::getline(in, line)) {
-    std::string_view text(line);
-    if (text.ends_with('\r')) text.remove_suffix(1);
-    text = TrimLeft(text);
-    if (text.empty() || text.front() == '#') continue;
-    const size_t end = text.find_first_of(kBlanks);
-    const std::string_view command = text.substr(0, end);
-    const Arguments args(end == std::string_view::npos ? std::string_view() : TrimLeft(text.substr(end)));
+    const std::optional<ShellCommand> command = ReadCommandLine(line);
+    if (!command) continue;
     std::string result;
     try {
-      result = shell.Execute(command, args);
+      result = shell.Execute(command->word, command->args);
     } catch (const AutomationError& e) {
       result = ErrorLine(e.Number(), e.Description());
+    } catch (const ShellSyntaxError&) {
+      result = ErrorLine(5, StandardErrorText(5));
     } catch (const std::exception& e) {
       result = ErrorLine(5, e.what());
     } catch (...) {

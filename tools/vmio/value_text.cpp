@@ -1,29 +1,14 @@
 #include "value_text.h"
 
-#include "core/text_match.h"
-
 #include <charconv>
-#include <limits>
+#include <type_traits>
+#include <utility>
+#include <variant>
 
 #include "vmio/io_device.h"
 
 namespace vmio::cli {
 namespace {
-
-template <class T>
-std::optional<T> ParseWhole(std::string_view text) {
-  T value{};
-  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (text.empty() || ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
-}
-
-template <class T>
-std::optional<Variant> ParseInteger(std::string_view digits) {
-  const auto wide = ParseWhole<int64_t>(digits);
-  if (!wide || *wide < std::numeric_limits<T>::min() || *wide > std::numeric_limits<T>::max()) return std::nullopt;
-  return Variant(static_cast<T>(*wide));
-}
 
 std::string ShortestDouble(double value) {
   char buf[64];
@@ -56,34 +41,23 @@ std::string FormatTypedValue(const Variant& value) {
   }
 }
 
-std::optional<Variant> ParseTypedValue(std::string_view text) {
-  if (text == "empty") return Variant();
-  const size_t colon = text.find(':');
-  if (colon == std::string_view::npos) return std::nullopt;
-  const std::string_view type = text.substr(0, colon);
-  const std::string_view rest = text.substr(colon + 1);
-  if (type == "str") {
-    auto unescaped = UnescapeText(rest);
-    if (!unescaped) return std::nullopt;
-    return Variant(std::move(*unescaped));
-  }
-  if (type == "bool") {
-    if (EqualsNoCase(rest, "true")) return Variant(true);
-    if (EqualsNoCase(rest, "false")) return Variant(false);
-    return std::nullopt;
-  }
-  if (type == "u1") return ParseInteger<uint8_t>(rest);
-  if (type == "i2") return ParseInteger<int16_t>(rest);
-  if (type == "i4") return ParseInteger<int32_t>(rest);
-  if (type == "r8") {
-    const auto d = ParseWhole<double>(rest);
-    if (!d) return std::nullopt;
-    return Variant(*d);
-  }
-  return std::nullopt;
+Variant ToVariant(TypedValue value) {
+  return std::visit(
+      [](auto&& v) {
+        if constexpr (std::is_same_v<std::decay_t<decltype(v)>, std::monostate>) {
+          return Variant();
+        } else {
+          return Variant(std::move(v));
+        }
+      },
+      std::move(value));
 }
 
-std::optional<int32_t> ParseInt32(std::string_view text) { return ParseWhole<int32_t>(text); }
+std::optional<Variant> ParseTypedValue(std::string_view text) {
+  auto typed = ParseTypedText(text);
+  if (!typed) return std::nullopt;
+  return ToVariant(std::move(*typed));
+}
 
 std::string DisplayValue(const Variant& value) {
   if (value.IsEmpty()) return "(empty)";

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "escape_text.h"
+#include "shell_syntax.h"
 #include "vmio/variant.h"
 
 namespace vmio::cli {
@@ -14,11 +15,10 @@ namespace vmio::cli {
 // "empty", "bool:true", "u1:7", "i2:-3", "i4:42", "r8:0.1" (the shortest text that reads back
 // to the same double), "str:ESCAPED".
 std::string FormatTypedValue(const Variant& value);
+// A value as written on a shell line, as a Variant.
+Variant ToVariant(TypedValue value);
 // The inverse; nothing when the text is malformed or a number is out of its type's range.
 std::optional<Variant> ParseTypedValue(std::string_view text);
-
-// A decimal 32-bit integer, optionally negative, nothing else.
-std::optional<int32_t> ParseInt32(std::string_view text);
 
 // For people: "true", "42", "0.5", the (escaped) text, "(empty)".
 std::string DisplayValue(const Variant& value);
