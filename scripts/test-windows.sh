@@ -90,6 +90,20 @@ if [ "$script_output" != "PASS com_host.vbs" ]; then
 fi
 echo "ok cscript com_host.vbs"
 
+# The seams that need no device (local addresses, HID, the module's folder), in a folder of
+# their own with the sensor table beside the program and the probe DLL below it.
+checks=$WINEPREFIX/drive_c/vmio-checks
+mkdir -p "$checks/probe"
+cp build/windows-x86_64/tests/windows/vmio-windows-checks.exe "build/windows-x86_64/tests/windows/LogIT Sensors.txt" \
+  "$checks/"
+cp build/windows-x86_64/tests/windows/probe/vmio-module-probe.dll "$checks/probe/"
+checks_output=$(cd "$WINEPREFIX" && wine64 'C:\vmio-checks\vmio-windows-checks.exe' | tr -d '\r') || true
+if ! grep -qx 'PASS vmio-windows-checks' <<<"$checks_output"; then
+  echo "$checks_output" >&2
+  exit 1
+fi
+echo "ok vmio-windows-checks"
+
 wine64 regsvr32 /u /s 'C:\vmio\vmio.dll'
 export_classes
 left=()

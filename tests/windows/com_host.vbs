@@ -58,14 +58,18 @@ value = device.PortValue(2)
 ExpectError 45003, "Not connected", "PortValue after Disconnect"
 
 ' Classes whose transport is not built for Windows yet fail Connect with their own errors.
-Dim logger : Set logger = CreateObject("VMIO.LogIT")
-logger.Connect "1"
-ExpectError 45001, "Connection failed", "LogIT.Connect"
 Dim door : Set door = CreateObject("VMIO.AxxessIDDoor")
 door.Connect ""
 ExpectError 45001, "The AX200 software is not found", "AxxessIDDoor.Connect"
 
-' For Each over an enumerator: the logger list, empty while Windows has no HID transport.
+' No logger is attached here: a logger's path opens nothing, and the logger list is empty.
+Dim logger : Set logger = CreateObject("VMIO.LogIT")
+logger.Connect "\\?\hid#vid_0c6f&pid_0101#0&0&0&0#{4d1e55b2-f16f-11cf-88cb-001111000030}"
+ExpectError 45001, "Connection failed", "LogIT.Connect of a path that names no logger"
+value = logger.Ports
+ExpectError 45003, "Not connected", "LogIT.Ports after a failed Connect"
+
+' For Each over an enumerator: the logger list.
 Dim list, info, seen
 Set list = CreateObject("VMIO.LogITEnum")
 Expect list.Count, 0, "LogITEnum.Count"
