@@ -49,8 +49,9 @@ trap cleanup EXIT
 wine64 wineboot -i >/dev/null 2>&1
 dir=$WINEPREFIX/drive_c/vmio
 mkdir -p "$dir"
-cp build/windows-x86_64/src/registration/com/vmio.dll build/windows-x86_64/tools/comshell/vmio-com-shell.exe \
-  tests/windows/com_host.vbs "$dir/"
+# The component as it ships: the sensor table beside vmio.dll.
+cp build/windows-x86_64/src/registration/com/vmio.dll "build/windows-x86_64/src/registration/com/LogIT Sensors.txt" \
+  build/windows-x86_64/tools/comshell/vmio-com-shell.exe tests/windows/com_host.vbs "$dir/"
 
 classes=(IODevice Axis Vivotek ACTi StarDot Genie AviosysPDU ADAM RS232 LogIT LogITEnum AxxessIDDoor AxxessIDSensor)
 # The classes root as text, read once per check (one query per key would take a second each).
