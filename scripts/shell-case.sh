@@ -38,6 +38,11 @@ if [ -n "$sim_args" ]; then
     echo "$case_file: the simulator did not start: $(cat "$work/sim.err")" >&2
     exit 1
   fi
+  # VMIO_DEVICE_MAP, when set, names a command that prints the device to give Connect in place
+  # of the simulator's (a run under Wine gives a terminal device's COM port number).
+  if [ -n "${VMIO_DEVICE_MAP:-}" ]; then
+    device=$("$VMIO_DEVICE_MAP" "$device")
+  fi
 fi
 
 # Commands, and the expected result lines in order.

@@ -72,6 +72,16 @@ for key in "${keys[@]}"; do
 done
 echo "ok regsvr32: ${#classes[@]} classes and the type library"
 
+# A simulator's terminal device reaches the component as a COM port: the prefix's
+# dosdevices/comN link names the device, and Connect is given N. Other devices pass as they are.
+wine_com_port() {
+  case $1 in
+  /dev/*) ln -sfn "$1" "$WINEPREFIX/dosdevices/com$wine_com" && echo "$wine_com" ;;
+  *) echo "$1" ;;
+  esac
+}
+export -f wine_com_port
+export VMIO_DEVICE_MAP=wine_com_port wine_com=5
 for case in tests/shell/*.txt; do
   scripts/shell-case.sh "$case" "$sim" wine64 'C:\vmio\vmio-com-shell.exe'
 done
