@@ -9,6 +9,9 @@
 // messages; an event handle set by the sink ends the wait as soon as one has run.
 #include <windows.h>
 
+#include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "access/access_bridge.h"

@@ -1,5 +1,6 @@
 #include "platform/windows/access/late_binding.h"
 
+#include <iterator>
 #include <vector>
 
 namespace vmio {
