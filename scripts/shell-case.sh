@@ -38,6 +38,10 @@ if [ -n "$sim_args" ]; then
     echo "$case_file: the simulator did not start: $(cat "$work/sim.err")" >&2
     exit 1
   fi
+  # A simulator found through the environment prints VMIO_NAME=VALUE: the program gets it.
+  while IFS= read -r setting; do
+    export "${setting?}"
+  done < <(grep -E '^VMIO_[A-Z0-9_]+=' "$work/sim.out" || true)
   # VMIO_DEVICE_MAP, when set, names a command that prints the device to give Connect in place
   # of the simulator's (a run under Wine gives a terminal device's COM port number).
   if [ -n "${VMIO_DEVICE_MAP:-}" ]; then

@@ -128,6 +128,7 @@ struct Ax200Sim::State {
       const Ax200Door* door = FindDoor(std::atoi(f[1].c_str()));
       const std::string event = "EVENT\tdoorStatus\t" + (door ? door->mode : std::string()) + "\n";
       if (status_answer == StatusAnswer::kNow) return event;
+      if (status_answer == StatusAnswer::kDisconnect) return "EVENT\tDisconnected\n";
       if (status_answer == StatusAnswer::kLate) {
         late.push_back({Clock::now() + std::chrono::milliseconds(status_delay_ms), client.serial, event});
       }

@@ -37,7 +37,8 @@ struct Ax200SimOptions {
 // Two doors and two sensors: what `vmio-sim ax200` and the demo serve by default.
 Ax200SimOptions DefaultAx200Site();
 
-enum class StatusAnswer { kNow, kLate, kNever };
+// kDisconnect answers with the Disconnected event instead of the door's status.
+enum class StatusAnswer { kNow, kLate, kNever, kDisconnect };
 
 class Ax200Sim {
  public:
@@ -62,7 +63,7 @@ class Ax200Sim {
   std::vector<Ax200Door> Doors() const;
   std::vector<Ax200Sensor> Sensors() const;
 
-  // How status requests are answered: at once, after delay_ms, or never.
+  // How status requests are answered: at once, after delay_ms, never, or by Disconnected.
   void SetStatusAnswer(StatusAnswer answer, int delay_ms = 0);
   // HELLO answers PRESENT 0 while the software is absent.
   void SetPresent(bool present);
