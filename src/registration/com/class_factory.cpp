@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "platform/windows/core/com_object.h"
 #include "registration/com/dispatch_object.h"
 #include "registration/com/host_error.h"
 #include "registration/com/module.h"
@@ -9,23 +10,9 @@
 namespace vmio::com {
 namespace {
 
-class ClassFactory final : public IClassFactory {
+class ClassFactory final : public ComObject<IClassFactory> {
  public:
   explicit ClassFactory(const ComClass& c) : class_(c) { ObjectCreated(); }
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
-    *out = iid == IID_IUnknown || iid == IID_IClassFactory ? this : nullptr;
-    if (!*out) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&references_)); }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const LONG left = InterlockedDecrement(&references_);
-    if (left == 0) delete this;
-    return static_cast<ULONG>(left);
-  }
 
   HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** out) override {
     if (!out) return E_POINTER;
@@ -48,10 +35,12 @@ class ClassFactory final : public IClassFactory {
   }
 
  private:
-  ~ClassFactory() { ObjectDestroyed(); }
+  ~ClassFactory() override { ObjectDestroyed(); }
+  void* Interface(REFIID iid) override {
+    return iid == IID_IClassFactory ? static_cast<IClassFactory*>(this) : nullptr;
+  }
 
   const ComClass& class_;
-  LONG references_ = 1;
 };
 
 }  // namespace

@@ -78,7 +78,6 @@ IDispatch* DispatchObject::DefaultInterface() {
 }
 
 void* DispatchObject::Interface(REFIID iid) {
-  if (iid == IID_IUnknown) return static_cast<IUnknown*>(static_cast<ISupportErrorInfo*>(this));
   if (iid == IID_ISupportErrorInfo) return static_cast<ISupportErrorInfo*>(this);
   if (iid == kIidLibraryObject) return this;
   if (iid == IID_IDispatch) return DefaultInterface();
@@ -90,22 +89,6 @@ void* DispatchObject::Interface(REFIID iid) {
   if (iid == IID__IODeviceInfo && Is<IODeviceInfo>(target_)) return static_cast<_IODeviceInfo*>(this);
   if (iid == IID__Callbackable && Is<Callbackable>(target_)) return static_cast<_Callbackable*>(this);
   return nullptr;
-}
-
-HRESULT DispatchObject::QueryInterface(REFIID iid, void** out) {
-  if (!out) return E_POINTER;
-  *out = Interface(iid);
-  if (!*out) return E_NOINTERFACE;
-  AddRef();
-  return S_OK;
-}
-
-ULONG DispatchObject::AddRef() { return static_cast<ULONG>(InterlockedIncrement(&references_)); }
-
-ULONG DispatchObject::Release() {
-  const LONG left = InterlockedDecrement(&references_);
-  if (left == 0) delete this;
-  return static_cast<ULONG>(left);
 }
 
 HRESULT DispatchObject::GetTypeInfoCount(UINT* count) {

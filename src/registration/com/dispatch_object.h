@@ -8,25 +8,18 @@
 
 #include <memory>
 
+#include "platform/windows/core/com_object.h"
 #include "vmio/object.h"
 #include "vmio_h.h"
 
 namespace vmio::com {
 
-class DispatchObject final : public _RS232,
-                             public _IODeviceEnumerator,
-                             public _IODeviceInfo,
-                             public _Callbackable,
-                             public ISupportErrorInfo {
+class DispatchObject final
+    : public ComObject<_RS232, _IODeviceEnumerator, _IODeviceInfo, _Callbackable, ISupportErrorInfo> {
  public:
   // A new automation object over target, with one reference for the caller.
   static IDispatch* Wrap(std::shared_ptr<Object> target);
   const std::shared_ptr<Object>& Target() const { return target_; }
-
-  // IUnknown
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override;
-  ULONG STDMETHODCALLTYPE AddRef() override;
-  ULONG STDMETHODCALLTYPE Release() override;
 
   // IDispatch
   HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override;
@@ -61,10 +54,10 @@ class DispatchObject final : public _RS232,
 
  private:
   explicit DispatchObject(std::shared_ptr<Object> target);
-  ~DispatchObject();
+  ~DispatchObject() override;
 
   // The interface pointer for iid when this object's class has that interface.
-  void* Interface(REFIID iid);
+  void* Interface(REFIID iid) override;
   IDispatch* DefaultInterface();
   const IID& DefaultIid() const;
   // Calls the member with that dispatch id through the member table.
@@ -74,7 +67,6 @@ class DispatchObject final : public _RS232,
   HRESULT Guarded(REFIID iid, F&& body);
 
   std::shared_ptr<Object> target_;
-  LONG references_ = 1;
 };
 
 // The result of a member with dispatch id -4: an enumerator over the array's elements.

@@ -3,6 +3,7 @@
 #include <new>
 #include <vector>
 
+#include "platform/windows/core/com_object.h"
 #include "registration/com/convert.h"
 #include "registration/com/dispatch_object.h"
 #include "registration/com/host_error.h"
@@ -11,25 +12,11 @@
 namespace vmio::com {
 namespace {
 
-class EnumVariant final : public IEnumVARIANT {
+class EnumVariant final : public ComObject<IEnumVARIANT> {
  public:
   EnumVariant(std::shared_ptr<const std::vector<Variant>> items, size_t position)
       : items_(std::move(items)), position_(position) {
     ObjectCreated();
-  }
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
-    *out = iid == IID_IUnknown || iid == IID_IEnumVARIANT ? this : nullptr;
-    if (!*out) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&references_)); }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const LONG left = InterlockedDecrement(&references_);
-    if (left == 0) delete this;
-    return static_cast<ULONG>(left);
   }
 
   HRESULT STDMETHODCALLTYPE Next(ULONG count, VARIANT* out, ULONG* fetched) override {
@@ -64,11 +51,11 @@ class EnumVariant final : public IEnumVARIANT {
   }
 
  private:
-  ~EnumVariant() { ObjectDestroyed(); }
+  ~EnumVariant() override { ObjectDestroyed(); }
+  void* Interface(REFIID iid) override { return iid == IID_IEnumVARIANT ? static_cast<IEnumVARIANT*>(this) : nullptr; }
 
   std::shared_ptr<const std::vector<Variant>> items_;
   size_t position_;
-  LONG references_ = 1;
 };
 
 }  // namespace

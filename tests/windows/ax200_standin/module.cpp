@@ -9,6 +9,7 @@
 
 #include "automation.h"
 #include "objects.h"
+#include "platform/windows/core/com_object.h"
 
 namespace ax200 {
 namespace {
@@ -43,23 +44,10 @@ bool SetValue(const std::wstring& key, const wchar_t* name, const std::wstring& 
                          static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS;
 }
 
-class ClassFactory final : public IClassFactory {
+class ClassFactory final : public vmio::ComObject<IClassFactory> {
  public:
   explicit ClassFactory(REFCLSID clsid) : clsid_(clsid) {}
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
-    *out = iid == IID_IUnknown || iid == IID_IClassFactory ? this : nullptr;
-    if (!*out) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references_); }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const LONG left = --references_;
-    if (left == 0) delete this;
-    return static_cast<ULONG>(left);
-  }
   HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** out) override {
     if (!out) return E_POINTER;
     *out = nullptr;
@@ -74,8 +62,11 @@ class ClassFactory final : public IClassFactory {
   HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
 
  private:
+  void* Interface(REFIID iid) override {
+    return iid == IID_IClassFactory ? static_cast<IClassFactory*>(this) : nullptr;
+  }
+
   const CLSID clsid_;
-  LONG references_ = 1;
 };
 
 }  // namespace

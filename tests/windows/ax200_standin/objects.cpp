@@ -165,7 +165,7 @@ class Data final : public Automation<IAx200Data> {
 class DoorCon;
 
 // DoorCon's one connection point: the sinks advised for _DoorConEvents.
-class EventPoint final : public IConnectionPoint {
+class EventPoint final : public vmio::ComObject<IConnectionPoint> {
  public:
   explicit EventPoint(IConnectionPointContainer* container) : container_(container) {}
 
@@ -184,20 +184,6 @@ class EventPoint final : public IConnectionPoint {
       sink->Invoke(event, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr);
       sink->Release();
     }
-  }
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
-    *out = iid == IID_IUnknown || iid == IID_IConnectionPoint ? this : nullptr;
-    if (!*out) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references_); }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const LONG left = --references_;
-    if (left == 0) delete this;
-    return static_cast<ULONG>(left);
   }
 
   HRESULT STDMETHODCALLTYPE GetConnectionInterface(IID* iid) override {
@@ -232,28 +218,23 @@ class EventPoint final : public IConnectionPoint {
   HRESULT STDMETHODCALLTYPE EnumConnections(IEnumConnections**) override { return E_NOTIMPL; }
 
  private:
-  ~EventPoint() {
+  void* Interface(REFIID iid) override {
+    return iid == IID_IConnectionPoint ? static_cast<IConnectionPoint*>(this) : nullptr;
+  }
+
+  ~EventPoint() override {
     for (const auto& [cookie, sink] : sinks_) sink->Release();
   }
 
   IConnectionPointContainer* container_;
   std::vector<std::pair<DWORD, IDispatch*>> sinks_;
   DWORD last_cookie_ = 0;
-  LONG references_ = 1;
 };
 
-class DoorCon final : public Automation<IAx200DoorCon>,
-                      public IConnectionPointContainer,
-                      public IProvideClassInfo,
+class DoorCon final : public Automation<IAx200DoorCon, IConnectionPointContainer, IProvideClassInfo>,
                       private EventListener {
  public:
   DoorCon() : point_(new EventPoint(this)) { ServiceLink::Get().Listen(this); }
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    return Automation::QueryInterface(iid, out);
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return Automation::AddRef(); }
-  ULONG STDMETHODCALLTYPE Release() override { return Automation::Release(); }
 
   HRESULT STDMETHODCALLTYPE RequestStatus(BSTR id) override { return Send("STATUS", id); }
   HRESULT STDMETHODCALLTYPE get_Status(BSTR* value) override {
@@ -288,7 +269,8 @@ class DoorCon final : public Automation<IAx200DoorCon>,
     point_->Release();
   }
 
-  void* Extra(REFIID iid) override {
+  void* Interface(REFIID iid) override {
+    if (void* dual = Automation::Interface(iid)) return dual;
     if (iid == IID_IConnectionPointContainer) return static_cast<IConnectionPointContainer*>(this);
     if (iid == IID_IProvideClassInfo) return static_cast<IProvideClassInfo*>(this);
     return nullptr;

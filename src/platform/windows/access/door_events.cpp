@@ -3,31 +3,18 @@
 #include <new>
 
 #include "platform/windows/access/ax200_members.h"
+#include "platform/windows/core/com_object.h"
 
 namespace vmio {
 
 // Takes the events of one interface (by its IID) and hands the two it knows on by dispatch id.
-class DoorEventSink final : public IDispatch {
+class DoorEventSink final : public ComObject<IDispatch> {
  public:
   DoorEventSink(const IID& iid, DISPID door_status, DISPID disconnected, AccessEvents& events)
       : iid_(iid), door_status_(door_status), disconnected_(disconnected), events_(&events) {}
 
   // The link ends: events still queued for the sink go nowhere.
   void Detach() { events_ = nullptr; }
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
-    *out = iid == IID_IUnknown || iid == IID_IDispatch || iid == iid_ ? this : nullptr;
-    if (!*out) return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++references_); }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const LONG left = --references_;
-    if (left == 0) delete this;
-    return static_cast<ULONG>(left);
-  }
 
   HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
     if (count) *count = 0;
@@ -45,11 +32,14 @@ class DoorEventSink final : public IDispatch {
   }
 
  private:
+  void* Interface(REFIID iid) override {
+    return iid == IID_IDispatch || iid == iid_ ? static_cast<IDispatch*>(this) : nullptr;
+  }
+
   const IID iid_;
   const DISPID door_status_;
   const DISPID disconnected_;
   AccessEvents* events_;
-  LONG references_ = 1;
 };
 
 namespace {
