@@ -57,7 +57,7 @@ device.Disconnect
 value = device.PortValue(2)
 ExpectError 45003, "Not connected", "PortValue after Disconnect"
 
-' Classes whose transport is not built for Windows yet fail Connect with their own errors.
+' No AX200 software answers this script: the door driver reports it absent.
 Dim door : Set door = CreateObject("VMIO.AxxessIDDoor")
 door.Connect ""
 ExpectError 45001, "The AX200 software is not found", "AxxessIDDoor.Connect"
