@@ -1,7 +1,7 @@
-// The Windows seams that need no device, checked where Windows (or Wine) provides them: local
-// addresses, HID enumeration and opening, the logger classes on a path that names no logger,
-// and the folder of the module the library's code lives in. Prints "PASS vmio-windows-checks"
-// when every check holds; the folder of the probe DLL is the program's folder + "\probe".
+// The Windows seams that need no device, checked where Windows (or Wine) provides them: the
+// thread timers and the pumping wait, local addresses, HID enumeration and opening, the logger classes on a path that
+// names no logger, and the folder of the module the library's code lives in. Prints "PASS vmio-windows-checks" when
+// every check holds; the folder of the probe DLL is the program's folder + "\probe".
 #include <windows.h>
 
 #include <chrono>
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "core/module_file.h"
+#include "core/pumping_wait.h"
 #include "devices/logit/logit.h"
 #include "devices/logit/logit_calibration.h"
 #include "devices/logit/logit_enum.h"
@@ -19,6 +20,7 @@
 #include "hid/hid_device.h"
 #include "net/local_addresses.h"
 #include "vmio/error.h"
+#include "vmio/events.h"
 
 namespace {
 
@@ -52,6 +54,35 @@ std::string ProgramFolder() {
   const DWORD n = GetModuleFileNameA(nullptr, path, MAX_PATH);
   const std::string program(path, n);
   return program.substr(0, program.find_last_of('\\'));
+}
+
+class Counter final : public vmio::Callbackable {
+ public:
+  void Callback() override { ++calls; }
+  int calls = 0;
+};
+
+// Timers fire only while the thread lets events run: a plain sleep runs none, one
+// RunPendingEvents runs a timer that missed several periods once, and the pumping wait runs
+// them on their beat; a stopped timer never fires again.
+void CheckThreadTimers() {
+  auto counter = std::make_shared<Counter>();
+  const int32_t id = vmio::StartCallbackTimer(counter, 50);
+  Sleep(180);
+  CHECK(counter->calls == 0);
+  vmio::RunPendingEvents();
+  CHECK(counter->calls == 1);
+  const auto start = Clock::now();
+  vmio::PumpingWait(vmio::kNoWaitHandle, start + std::chrono::milliseconds(500));
+  const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+  CHECK(waited >= 490 && waited < 800);
+  CHECK(counter->calls >= 1 + 6 && counter->calls <= 1 + 11);  // about 10 periods
+  std::printf("timer calls in 500 ms: %d\n", counter->calls - 1);
+  vmio::StopCallbackTimer(id);
+  const int before = counter->calls;
+  Sleep(120);
+  vmio::PumpingWait(vmio::kNoWaitHandle, Clock::now() + std::chrono::milliseconds(150));
+  CHECK(counter->calls == before);
 }
 
 void CheckLocalAddresses() {
@@ -188,6 +219,7 @@ void CheckModuleFolder() {
 }  // namespace
 
 int main() {
+  CheckThreadTimers();
   CheckLocalAddresses();
   CheckHidEnumeration();
   CheckHidOpen();
