@@ -22,8 +22,8 @@ constexpr char kUsage[] =
     "  --door ID:NAME:MODE       a door; repeatable, replaces the default doors. MODE is\n"
     "                            DoorUnlock, Normal, HighSecurity, Deadlock or any text\n"
     "  --sensor ID:NAME:VALUE    an environment sensor; repeatable, replaces the default sensors\n"
-    "  --status now|never|disconnect|MS  answer door status requests at once, never, with the\n"
-    "                            Disconnected event, or MS late\n"
+    "  --status now|never|disconnect|close|MS  answer door status requests at once, never,\n"
+    "                            with the Disconnected event, by closing the connection, or MS late\n"
     "  --absent                  report the software as not present\n"
     "  --invalid-doors           report the door list as not valid\n"
     "\n"
@@ -31,7 +31,7 @@ constexpr char kUsage[] =
     "does for Connect), then serves until interrupted. Lines on standard input:\n"
     "  door ID MODE              set a door's mode\n"
     "  sensor ID VALUE           set a sensor's value (the rest of the line)\n"
-    "  status now|never|disconnect|MS  how status requests are answered\n"
+    "  status now|never|disconnect|close|MS  how status requests are answered\n"
     "  disconnect                send the Disconnected event to every client\n"
     "  close                     end every client connection\n"
     "  doors valid|invalid       report the door list as valid or not\n"
@@ -56,6 +56,8 @@ void SetStatus(Ax200Sim& sim, const std::string& word) {
     sim.SetStatusAnswer(StatusAnswer::kNever);
   } else if (word == "disconnect") {
     sim.SetStatusAnswer(StatusAnswer::kDisconnect);
+  } else if (word == "close") {
+    sim.SetStatusAnswer(StatusAnswer::kClose);
   } else {
     sim.SetStatusAnswer(StatusAnswer::kLate, ParseCount(word));
   }
@@ -113,7 +115,8 @@ std::string Control(Ax200Sim& sim, const std::string& line) {
     return "error: " + std::string(e.what());
   }
   return "error: unknown command '" + line +
-         "' (door ID MODE, sensor ID VALUE, status now|never|disconnect|MS, disconnect, close, doors valid|invalid, "
+         "' (door ID MODE, sensor ID VALUE, status now|never|disconnect|close|MS, disconnect, close, doors "
+         "valid|invalid, "
          "software present|absent, silent on|off, show)";
 }
 
@@ -139,7 +142,7 @@ int RunAx200(const std::vector<std::string>& args) {
       sensors.push_back({id, name, last});
     } else if (option == "--status") {
       status = TakeValue(a, i);
-      if (status != "now" && status != "never" && status != "disconnect") ParseCount(status);
+      if (status != "now" && status != "never" && status != "disconnect" && status != "close") ParseCount(status);
     } else if (option == "--absent") {
       absent = true;
     } else if (option == "--invalid-doors") {

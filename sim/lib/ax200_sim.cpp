@@ -29,6 +29,7 @@ struct Client {
   int fd = -1;
   int serial = 0;  // fds are reused; a late answer finds its client by this
   std::string input;
+  bool hang_up = false;  // closed once its answers are sent
 };
 
 struct LateAnswer {
@@ -104,7 +105,7 @@ struct Ax200Sim::State {
   }
 
   // The answer to one request line, or "" for none; may schedule a late answer.
-  std::string Answer(const Client& client, const std::string& line) {
+  std::string Answer(Client& client, const std::string& line) {
     requests.push_back(line);
     if (silent) return {};
     const std::vector<std::string> f = SplitTabs(line);
@@ -129,6 +130,7 @@ struct Ax200Sim::State {
       const std::string event = "EVENT\tdoorStatus\t" + (door ? door->mode : std::string()) + "\n";
       if (status_answer == StatusAnswer::kNow) return event;
       if (status_answer == StatusAnswer::kDisconnect) return "EVENT\tDisconnected\n";
+      client.hang_up = status_answer == StatusAnswer::kClose;
       if (status_answer == StatusAnswer::kLate) {
         late.push_back({Clock::now() + std::chrono::milliseconds(status_delay_ms), client.serial, event});
       }
@@ -153,6 +155,7 @@ struct Ax200Sim::State {
       if (!line.empty() && line.back() == '\r') line.pop_back();
       const std::string reply = Answer(client, line);
       if (!reply.empty()) SendAll(client.fd, reply);
+      if (client.hang_up) return false;
     }
     return client.input.size() <= kMaxRequest;
   }

@@ -37,8 +37,9 @@ struct Ax200SimOptions {
 // Two doors and two sensors: what `vmio-sim ax200` and the demo serve by default.
 Ax200SimOptions DefaultAx200Site();
 
-// kDisconnect answers with the Disconnected event instead of the door's status.
-enum class StatusAnswer { kNow, kLate, kNever, kDisconnect };
+// kDisconnect answers with the Disconnected event instead of the door's status; kClose ends the
+// asking client's connection instead.
+enum class StatusAnswer { kNow, kLate, kNever, kDisconnect, kClose };
 
 class Ax200Sim {
  public:
