@@ -115,9 +115,8 @@ std::string Control(Ax200Sim& sim, const std::string& line) {
     return "error: " + std::string(e.what());
   }
   return "error: unknown command '" + line +
-         "' (door ID MODE, sensor ID VALUE, status now|never|disconnect|close|MS, disconnect, close, doors "
-         "valid|invalid, "
-         "software present|absent, silent on|off, show)";
+         "' (door ID MODE, sensor ID VALUE, status now|never|disconnect|close|MS, disconnect, close, "
+         "doors valid|invalid, software present|absent, silent on|off, show)";
 }
 
 }  // namespace
