@@ -1,9 +1,12 @@
 // vmio-sim serial: an instrument answering text commands on a pseudo-terminal.
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "control_lines.h"
+#include "escape_text.h"
 #include "serial_sim.h"
 #include "serve.h"
 #include "sim_makes.h"
@@ -11,6 +14,9 @@
 
 namespace vmio::sim::cli {
 namespace {
+
+using vmio::cli::EscapeText;
+using vmio::cli::UnescapeText;
 
 constexpr char kUsage[] =
     "usage: vmio-sim serial [options]\n"
@@ -29,65 +35,11 @@ constexpr char kUsage[] =
     "  silent on|off             stop or resume answering\n"
     "  received                  show every byte received so far\n";
 
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  throw BadArgument(std::string(1, c));
-}
-
+// The shell protocol's escapes, so texts are written alike in both.
 std::string Unescape(const std::string& text) {
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '\\') {
-      out += text[i];
-      continue;
-    }
-    if (++i >= text.size()) throw BadArgument(text);
-    switch (text[i]) {
-      case 'r':
-        out += '\r';
-        break;
-      case 'n':
-        out += '\n';
-        break;
-      case 't':
-        out += '\t';
-        break;
-      case '\\':
-        out += '\\';
-        break;
-      case 'x':
-        if (i + 2 >= text.size()) throw BadArgument(text);
-        out += static_cast<char>(HexDigit(text[i + 1]) * 16 + HexDigit(text[i + 2]));
-        i += 2;
-        break;
-      default:
-        throw BadArgument(text);
-    }
-  }
-  return out;
-}
-
-std::string Escape(const std::string& bytes) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string out;
-  for (const char c : bytes) {
-    const auto b = static_cast<unsigned char>(c);
-    if (c == '\r')
-      out += "\\r";
-    else if (c == '\n')
-      out += "\\n";
-    else if (c == '\t')
-      out += "\\t";
-    else if (c == '\\')
-      out += "\\\\";
-    else if (b < 0x20 || b >= 0x7F)
-      out += std::string("\\x") + kHex[b >> 4] + kHex[b & 15];
-    else
-      out += c;
-  }
-  return out;
+  std::optional<std::string> bytes = UnescapeText(text);
+  if (!bytes) throw BadArgument(text);
+  return std::move(*bytes);
 }
 
 std::optional<std::string> Control(SerialSim& sim, const std::string& word, const std::string& rest) {
@@ -101,7 +53,7 @@ std::optional<std::string> Control(SerialSim& sim, const std::string& word, cons
     sim.SetSilent(*on);
     return "ok";
   }
-  if (word == "received" && rest.empty()) return "received: " + Escape(sim.Received());
+  if (word == "received" && rest.empty()) return "received: " + EscapeText(sim.Received());
   return std::nullopt;
 }
 

@@ -7,6 +7,7 @@
 #include "com_shell.h"
 
 #include <istream>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -15,6 +16,7 @@
 
 #include "dispatch_call.h"
 #include "escape_text.h"
+#include "shell_objects.h"
 #include "shell_syntax.h"
 #include "variant_text.h"
 
@@ -57,36 +59,16 @@ void PumpMessages(int32_t ms) {
   }
 }
 
+// The shell's reference to an object: released when dropped.
+struct ReleaseObject {
+  void operator()(IDispatch* object) const { object->Release(); }
+};
+using ObjectRef = std::unique_ptr<IDispatch, ReleaseObject>;
+
 class Shell {
  public:
-  ~Shell() {
-    for (IDispatch* object : objects_) {
-      if (object) object->Release();
-    }
-  }
-
   std::string Execute(std::string_view command, ShellArguments args) {
-    if (command == "new") {
-      const std::string_view progid = args.Token();
-      args.End();
-      objects_.push_back(Create(progid));
-      current_ = objects_.size();
-      return "ok";
-    }
-    if (command == "use") {
-      const int32_t k = args.Int32();
-      args.End();
-      if (k < 1 || static_cast<size_t>(k) > objects_.size()) InvalidArgument();
-      current_ = static_cast<size_t>(k);
-      return "ok";
-    }
-    if (command == "release") {
-      args.End();
-      Current();
-      std::exchange(objects_[current_ - 1], nullptr)->Release();
-      current_ = 0;
-      return "ok";
-    }
+    if (objects_.Execute(command, args, Create, [] { throw StandardError(91); })) return "ok";
     if (command == "connect") {
       const auto device = cli::UnescapeText(args.Rest());
       if (!device) InvalidArgument();
@@ -144,7 +126,7 @@ class Shell {
   }
 
  private:
-  static IDispatch* Create(std::string_view progid) {
+  static ObjectRef Create(std::string_view progid) {
     CLSID clsid;
     IDispatch* object = nullptr;
     if (FAILED(CLSIDFromProgID(Utf16(progid).c_str(), &clsid)) ||
@@ -152,18 +134,18 @@ class Shell {
             CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, reinterpret_cast<void**>(&object)))) {
       throw StandardError(429);
     }
-    return object;
+    return ObjectRef(object);
   }
 
   static std::string Ok(const OwnedVariant&) { return "ok"; }
 
   IDispatch* Current() {
-    if (current_ == 0 || !objects_[current_ - 1]) throw StandardError(91);
-    return objects_[current_ - 1];
+    ObjectRef* object = objects_.Current();
+    if (!object) throw StandardError(91);
+    return object->get();
   }
 
-  std::vector<IDispatch*> objects_;  // object K at K - 1; released ones are null
-  size_t current_ = 0;
+  cli::ShellObjects<ObjectRef> objects_;
 };
 
 std::string ErrorLine(const HostError& e) {

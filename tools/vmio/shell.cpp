@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "core/pumping_wait.h"
+#include "shell_objects.h"
 #include "shell_syntax.h"
 #include "value_text.h"
 #include "vmio/error.h"
@@ -39,27 +40,7 @@ class Shell {
  public:
   // The result line of one command.
   std::string Execute(std::string_view command, ShellArguments args) {
-    if (command == "new") {
-      const std::string_view progid = args.Token();
-      args.End();
-      objects_.push_back(CreateObject(progid));
-      current_ = objects_.size();
-      return "ok";
-    }
-    if (command == "use") {
-      const int32_t k = args.Int32();
-      args.End();
-      if (k < 1 || static_cast<size_t>(k) > objects_.size()) InvalidArgument();
-      current_ = static_cast<size_t>(k);
-      return "ok";
-    }
-    if (command == "release") {
-      args.End();
-      CurrentObject();
-      objects_[current_ - 1].reset();  // the last reference: the object's end runs here
-      current_ = 0;
-      return "ok";
-    }
+    if (objects_.Execute(command, args, CreateObject, [] { throw AutomationError(91); })) return "ok";
     if (command == "connect") {
       const auto device = UnescapeText(args.Rest());
       if (!device) InvalidArgument();
@@ -114,8 +95,9 @@ class Shell {
 
  private:
   Object& CurrentObject() {
-    if (current_ == 0 || !objects_[current_ - 1]) throw AutomationError(91);
-    return *objects_[current_ - 1];
+    std::shared_ptr<Object>* object = objects_.Current();
+    if (!object) throw AutomationError(91);
+    return **object;
   }
 
   IODevice& Device() {
@@ -124,8 +106,8 @@ class Shell {
     return *device;
   }
 
-  std::vector<std::shared_ptr<Object>> objects_;  // object K at K - 1; released ones are null
-  size_t current_ = 0;                            // 0: no current object
+  // The last reference to each: a released object's end runs when it is dropped here.
+  ShellObjects<std::shared_ptr<Object>> objects_;
 };
 
 std::string ErrorLine(int32_t number, std::string_view description) {
