@@ -66,40 +66,29 @@ class VMIO_API Object {
 //   MemberOf<&RS232::AddCommand>("AddCommand", MemberKind::kMethod, 101)
 namespace member_detail {
 
+// The automation type code of a parameter or result type.
 template <class T>
-struct TypeCode;
-template <>
-struct TypeCode<void> {
-  static constexpr int32_t kCode = vtEmpty;
-};
-template <>
-struct TypeCode<bool> {
-  static constexpr int32_t kCode = vtBool;
-};
-template <>
-struct TypeCode<int16_t> {
-  static constexpr int32_t kCode = vtI2;
-};
-template <>
-struct TypeCode<int32_t> {
-  static constexpr int32_t kCode = vtI4;
-};
-template <>
-struct TypeCode<double> {
-  static constexpr int32_t kCode = vtR8;
-};
-template <>
-struct TypeCode<std::string> {
-  static constexpr int32_t kCode = vtString;
-};
-template <>
-struct TypeCode<Variant> {
-  static constexpr int32_t kCode = vtVariant;
-};
-template <class T>
-struct TypeCode<std::shared_ptr<T>> {
-  static constexpr int32_t kCode = vtDispatch;
-};
+constexpr int32_t TypeCode() {
+  if constexpr (std::is_void_v<T>) {
+    return vtEmpty;
+  } else if constexpr (std::is_same_v<T, bool>) {
+    return vtBool;
+  } else if constexpr (std::is_same_v<T, int16_t>) {
+    return vtI2;
+  } else if constexpr (std::is_same_v<T, int32_t>) {
+    return vtI4;
+  } else if constexpr (std::is_same_v<T, double>) {
+    return vtR8;
+  } else if constexpr (std::is_same_v<T, std::string>) {
+    return vtString;
+  } else if constexpr (std::is_same_v<T, Variant>) {
+    return vtVariant;
+  } else {
+    static_assert(
+        requires { typename T::element_type; }, "no automation type for this type");
+    return vtDispatch;  // a shared_ptr to an object
+  }
+}
 
 // An argument converted to the parameter's type; 13 when it cannot be.
 template <class T>
@@ -167,7 +156,7 @@ struct Binder<Fn, std::tuple<A...>> {
   static constexpr std::array<int32_t, Member::kMaxParams> kParams = [] {
     std::array<int32_t, Member::kMaxParams> codes{};
     size_t i = 0;
-    ((codes[i++] = TypeCode<A>::kCode), ...);
+    ((codes[i++] = TypeCode<A>()), ...);
     return codes;
   }();
   static_assert(sizeof...(A) <= Member::kMaxParams);
@@ -180,7 +169,7 @@ constexpr Member MemberOf(std::string_view name, MemberKind kind, int32_t dispid
   using T = member_detail::Traits<Fn>;
   using B = member_detail::Binder<Fn, typename T::Params>;
   return Member{name,       kind,
-                dispid,     member_detail::TypeCode<std::remove_cvref_t<typename T::Return>>::kCode,
+                dispid,     member_detail::TypeCode<std::remove_cvref_t<typename T::Return>>(),
                 B::kParams, std::tuple_size_v<typename T::Params>,
                 &B::Invoke};
 }
