@@ -70,24 +70,6 @@ VARTYPE ElementType(int32_t type) {
 
 }  // namespace
 
-std::string Utf8(const wchar_t* text, size_t length) {
-  if (!text || length == 0) return {};
-  const int n = WideCharToMultiByte(CP_UTF8, 0, text, static_cast<int>(length), nullptr, 0, nullptr, nullptr);
-  std::string out(static_cast<size_t>(n), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, text, static_cast<int>(length), out.data(), n, nullptr, nullptr);
-  return out;
-}
-
-std::string Utf8(BSTR text) { return Utf8(text, text ? SysStringLen(text) : 0); }
-
-std::wstring Utf16(const std::string& text) {
-  if (text.empty()) return {};
-  const int n = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
-  std::wstring out(static_cast<size_t>(n), L'\0');
-  MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), n);
-  return out;
-}
-
 BSTR NewBstr(const std::string& text) {
   const std::wstring wide = Utf16(text);
   BSTR b = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));

@@ -7,13 +7,11 @@
 
 #include <string>
 
+#include "platform/windows/core/wide_text.h"
 #include "vmio/variant.h"
 
 namespace vmio::com {
 
-std::string Utf8(const wchar_t* text, size_t length);
-std::string Utf8(BSTR text);
-std::wstring Utf16(const std::string& text);
 // A new BSTR the caller frees; raises 7 when there is no memory for it.
 BSTR NewBstr(const std::string& text);
 

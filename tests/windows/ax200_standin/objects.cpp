@@ -12,6 +12,7 @@
 
 #include "access/ax200_lines.h"
 #include "automation.h"
+#include "platform/windows/core/wide_text.h"
 #include "service_link.h"
 
 namespace ax200 {
@@ -21,21 +22,11 @@ namespace {
 constexpr DISPID kDoorStatusEvent = 17;
 constexpr DISPID kDisconnectedEvent = 23;
 
-std::string Utf8(BSTR text) {
-  const int length = static_cast<int>(SysStringLen(text));
-  if (length == 0) return {};
-  const int n = WideCharToMultiByte(CP_UTF8, 0, text, length, nullptr, 0, nullptr, nullptr);
-  std::string utf8(static_cast<size_t>(n), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, text, length, utf8.data(), n, nullptr, nullptr);
-  return utf8;
-}
+using vmio::Utf8;
 
 BSTR Bstr(const std::string& utf8) {
-  const int length = static_cast<int>(utf8.size());
-  const int n = length ? MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0) : 0;
-  BSTR text = SysAllocStringLen(nullptr, static_cast<UINT>(n));
-  if (n) MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, text, n);
-  return text;
+  const std::wstring text = vmio::Utf16(utf8);
+  return SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
 }
 
 size_t NoMoreLines(const std::string&) { return 0; }

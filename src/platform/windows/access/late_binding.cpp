@@ -5,27 +5,9 @@
 
 namespace vmio {
 
-std::wstring WideFromUtf8(const std::string& text) {
-  if (text.empty()) return {};
-  const int size = static_cast<int>(text.size());
-  const int n = MultiByteToWideChar(CP_UTF8, 0, text.data(), size, nullptr, 0);
-  std::wstring wide(static_cast<size_t>(n > 0 ? n : 0), L'\0');
-  if (n > 0) MultiByteToWideChar(CP_UTF8, 0, text.data(), size, wide.data(), n);
-  return wide;
-}
-
-std::string Utf8FromWide(const wchar_t* text, size_t length) {
-  if (!text || length == 0) return {};
-  const int size = static_cast<int>(length);
-  const int n = WideCharToMultiByte(CP_UTF8, 0, text, size, nullptr, 0, nullptr, nullptr);
-  std::string utf8(static_cast<size_t>(n > 0 ? n : 0), '\0');
-  if (n > 0) WideCharToMultiByte(CP_UTF8, 0, text, size, utf8.data(), n, nullptr, nullptr);
-  return utf8;
-}
-
 void SetText(VARIANT& v, const std::string& utf8) {
   VariantClear(&v);
-  const std::wstring wide = WideFromUtf8(utf8);
+  const std::wstring wide = Utf16(utf8);
   v.vt = VT_BSTR;
   v.bstrVal = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
 }
@@ -67,7 +49,7 @@ HRESULT Invoke(IDispatch* object, const wchar_t* member, WORD flags, std::initia
 std::optional<std::string> VariantText(const VARIANT& value) {
   OwnedVariant text;
   if (FAILED(VariantChangeType(text.Ptr(), const_cast<VARIANT*>(&value), 0, VT_BSTR))) return std::nullopt;
-  return Utf8FromWide(text.Value().bstrVal, SysStringLen(text.Value().bstrVal));
+  return Utf8(text.Value().bstrVal);
 }
 
 std::optional<std::string> GetText(IDispatch* object, const wchar_t* property) {

@@ -15,6 +15,8 @@
 #include <string>
 #include <utility>
 
+#include "platform/windows/core/wide_text.h"
+
 namespace vmio {
 
 // An interface pointer that releases its reference.
@@ -66,9 +68,6 @@ class OwnedVariant {
  private:
   VARIANT v_;
 };
-
-std::wstring WideFromUtf8(const std::string& text);
-std::string Utf8FromWide(const wchar_t* text, size_t length);
 
 // A string argument: a BSTR variant owning its text.
 void SetText(VARIANT& v, const std::string& utf8);
