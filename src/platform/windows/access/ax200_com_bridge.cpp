@@ -18,6 +18,7 @@
 #include "platform/windows/access/ax200_members.h"
 #include "platform/windows/access/door_events.h"
 #include "platform/windows/access/late_binding.h"
+#include "platform/windows/core/unique_handle.h"
 
 namespace vmio {
 namespace {
@@ -68,7 +69,6 @@ class ComAccessBridge final : public AccessBridge, private AccessEvents {
     door_control_.Reset();
     connection_.Reset();
     application_.Reset();
-    if (arrived_) CloseHandle(arrived_);
     if (com_started_) CoUninitialize();
   }
 
@@ -148,7 +148,7 @@ class ComAccessBridge final : public AccessBridge, private AccessEvents {
   }
 
   void WaitForEvents(WaitClock::time_point deadline) override {
-    PumpingWait(arrived_ ? reinterpret_cast<WaitHandle>(arrived_) : kNoWaitHandle, deadline);
+    PumpingWait(arrived_ ? reinterpret_cast<WaitHandle>(arrived_.Get()) : kNoWaitHandle, deadline);
   }
 
  private:
@@ -164,18 +164,18 @@ class ComAccessBridge final : public AccessBridge, private AccessEvents {
   // The sink's events: noted, handed on, and the pumping wait woken.
   void DoorStatus() override {
     gone_ = false;
-    if (arrived_) SetEvent(arrived_);
+    if (arrived_) SetEvent(arrived_.Get());
     events_.DoorStatus();
   }
   void Disconnected() override {
     gone_ = true;
-    if (arrived_) SetEvent(arrived_);
+    if (arrived_) SetEvent(arrived_.Get());
     events_.Disconnected();
   }
 
   AccessEvents& events_;
-  const bool com_started_;  // this bridge's CoInitializeEx succeeded and is balanced at its end
-  const HANDLE arrived_;    // set whenever an event has run
+  const bool com_started_;      // this bridge's CoInitializeEx succeeded and is balanced at its end
+  const UniqueHandle arrived_;  // set whenever an event has run
   ComRef<IDispatch> application_;
   ComRef<IDispatch> connection_;
   ComRef<IDispatch> door_control_;

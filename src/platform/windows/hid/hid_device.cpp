@@ -17,6 +17,7 @@ extern "C" {
 #include <vector>
 
 #include "hid/hid_device.h"
+#include "platform/windows/core/unique_handle.h"
 
 namespace vmio {
 namespace {
@@ -29,22 +30,6 @@ constexpr DWORD kCancelWaitMs = 200;
 // Report lengths we accept from a device's capabilities (report ID byte included).
 constexpr USHORT kMaxReportLength = 65;
 
-class Handle {
- public:
-  explicit Handle(HANDLE handle) : handle_(handle) {}
-  ~Handle() {
-    if (valid()) CloseHandle(handle_);
-  }
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-  bool valid() const { return handle_ != INVALID_HANDLE_VALUE && handle_ != nullptr; }
-  HANDLE get() const { return handle_; }
-  HANDLE release() { return std::exchange(handle_, INVALID_HANDLE_VALUE); }
-
- private:
-  HANDLE handle_;
-};
-
 HANDLE OpenShared(const std::string& path, DWORD access, DWORD flags) {
   return CreateFileA(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, flags, nullptr);
 }
@@ -54,11 +39,11 @@ HANDLE OpenShared(const std::string& path, DWORD access, DWORD flags) {
 bool ReadAttributes(const std::string& path, HidInterfaceInfo& info) {
   HANDLE opened = OpenShared(path, GENERIC_READ | GENERIC_WRITE, 0);
   if (opened == INVALID_HANDLE_VALUE) opened = OpenShared(path, 0, 0);
-  Handle device(opened);
-  if (!device.valid()) return false;
+  UniqueHandle device(opened);
+  if (!device) return false;
   HIDD_ATTRIBUTES attributes{};
   attributes.Size = sizeof attributes;
-  if (!HidD_GetAttributes(device.get(), &attributes)) return false;
+  if (!HidD_GetAttributes(device.Get(), &attributes)) return false;
   info.vendor_id = attributes.VendorID;
   info.product_id = attributes.ProductID;
   return true;
@@ -82,19 +67,14 @@ std::string InterfacePath(HDEVINFO set, SP_DEVICE_INTERFACE_DATA& interface_data
 
 // One pending-capable request: its own event, record and buffer, reused for every call.
 struct Request {
-  Request() : event(CreateEventA(nullptr, TRUE, FALSE, nullptr)) { Reset(); }
-  ~Request() {
-    if (event) CloseHandle(event);
-  }
-  Request(const Request&) = delete;
-  Request& operator=(const Request&) = delete;
+  Request() { Reset(); }
 
   void Reset() {
     overlapped = OVERLAPPED{};
-    overlapped.hEvent = event;
+    overlapped.hEvent = event.Get();
   }
 
-  HANDLE event;
+  UniqueHandle event{CreateEventA(nullptr, TRUE, FALSE, nullptr)};
   OVERLAPPED overlapped{};
   std::vector<uint8_t> buffer;
   bool pending = false;
@@ -110,7 +90,6 @@ class WindowsHidDevice final : public HidDevice {
   ~WindowsHidDevice() override {
     Abandon(read_);
     Abandon(write_);
-    CloseHandle(handle_);
   }
 
   bool Ready() const { return read_.event && write_.event; }
@@ -120,7 +99,7 @@ class WindowsHidDevice final : public HidDevice {
     std::fill(write_.buffer.begin(), write_.buffer.end(), 0);
     std::copy_n(report.begin(), std::min(report.size(), write_.buffer.size()), write_.buffer.begin());
     DWORD done = 0;
-    if (!Start(write_, WriteFile(handle_, write_.buffer.data(), Size(write_), nullptr, &write_.overlapped)) ||
+    if (!Start(write_, WriteFile(handle_.Get(), write_.buffer.data(), Size(write_), nullptr, &write_.overlapped)) ||
         !Finish(write_, kWriteWaitMs, &done)) {
       return false;
     }
@@ -130,7 +109,7 @@ class WindowsHidDevice final : public HidDevice {
   bool Read(HidReport& report, int32_t timeout_ms) override {
     // A read left pending by an earlier call goes on: its report is the oldest one waiting.
     if (!read_.pending &&
-        !Start(read_, ReadFile(handle_, read_.buffer.data(), Size(read_), nullptr, &read_.overlapped))) {
+        !Start(read_, ReadFile(handle_.Get(), read_.buffer.data(), Size(read_), nullptr, &read_.overlapped))) {
       return false;
     }
     DWORD done = 0;
@@ -153,13 +132,13 @@ class WindowsHidDevice final : public HidDevice {
   // a request that completes before the cancel takes effect keeps its result. A cancel that
   // does not come back in time leaves the request pending, for the next call to collect.
   bool Finish(Request& request, DWORD wait_ms, DWORD* done = nullptr) {
-    if (WaitForSingleObject(request.event, wait_ms) != WAIT_OBJECT_0) {
-      CancelIoEx(handle_, &request.overlapped);
-      if (WaitForSingleObject(request.event, kCancelWaitMs) != WAIT_OBJECT_0) return false;
+    if (WaitForSingleObject(request.event.Get(), wait_ms) != WAIT_OBJECT_0) {
+      CancelIoEx(handle_.Get(), &request.overlapped);
+      if (WaitForSingleObject(request.event.Get(), kCancelWaitMs) != WAIT_OBJECT_0) return false;
     }
     request.pending = false;
     DWORD transferred = 0;
-    const bool ok = GetOverlappedResult(handle_, &request.overlapped, &transferred, FALSE);
+    const bool ok = GetOverlappedResult(handle_.Get(), &request.overlapped, &transferred, FALSE);
     request.Reset();
     if (done) *done = transferred;
     return ok;
@@ -168,8 +147,8 @@ class WindowsHidDevice final : public HidDevice {
   // Before the buffers go: cancel what is still running and let the system hand them back.
   void Abandon(Request& request) {
     if (!request.pending) return;
-    CancelIoEx(handle_, &request.overlapped);
-    WaitForSingleObject(request.event, kCancelWaitMs);
+    CancelIoEx(handle_.Get(), &request.overlapped);
+    WaitForSingleObject(request.event.Get(), kCancelWaitMs);
   }
 
   // Windows gives the report ID first; a device with longer reports is cut to the 9 we use.
@@ -179,7 +158,7 @@ class WindowsHidDevice final : public HidDevice {
     return report;
   }
 
-  HANDLE handle_;
+  UniqueHandle handle_;
   Request read_;
   Request write_;
 };
@@ -205,21 +184,21 @@ std::vector<HidInterfaceInfo> ListHidInterfaces() {
 
 std::unique_ptr<HidDevice> OpenHidDevice(const std::string& path) {
   if (path.empty()) return nullptr;
-  Handle handle(OpenShared(path, GENERIC_READ | GENERIC_WRITE, FILE_FLAG_OVERLAPPED));
-  if (!handle.valid()) return nullptr;
+  UniqueHandle handle(OpenShared(path, GENERIC_READ | GENERIC_WRITE, FILE_FLAG_OVERLAPPED));
+  if (!handle) return nullptr;
   // Only a HID interface has capabilities: a path naming an ordinary file is refused here.
   PHIDP_PREPARSED_DATA preparsed = nullptr;
-  if (!HidD_GetPreparsedData(handle.get(), &preparsed)) return nullptr;
+  if (!HidD_GetPreparsedData(handle.Get(), &preparsed)) return nullptr;
   HIDP_CAPS caps{};
   const bool described = HidP_GetCaps(preparsed, &caps) == HIDP_STATUS_SUCCESS;
   HidD_FreePreparsedData(preparsed);
   if (!described) return nullptr;
-  HidD_SetNumInputBuffers(handle.get(), kInputBuffers);
+  HidD_SetNumInputBuffers(handle.Get(), kInputBuffers);
   // Reads and writes must be of the device's own report lengths; ours are 9 bytes.
   const auto length = [](USHORT from_caps) {
     return std::clamp<USHORT>(from_caps, static_cast<USHORT>(sizeof(HidReport)), kMaxReportLength);
   };
-  auto device = std::make_unique<WindowsHidDevice>(handle.release(), length(caps.InputReportByteLength),
+  auto device = std::make_unique<WindowsHidDevice>(handle.Release(), length(caps.InputReportByteLength),
                                                    length(caps.OutputReportByteLength));
   if (!device->Ready()) return nullptr;
   return device;

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "core/errors.h"
+#include "platform/windows/core/unique_handle.h"
 #include "serial/serial_line.h"
 
 namespace vmio {
@@ -67,21 +68,6 @@ std::optional<DWORD> Finish(HANDLE file, OVERLAPPED& ov, DWORD ms) {
   return moved;
 }
 
-// An event or timer handle, closed with its owner.
-class OwnedHandle {
- public:
-  explicit OwnedHandle(HANDLE handle) : handle_(handle) {}
-  ~OwnedHandle() {
-    if (handle_) CloseHandle(handle_);
-  }
-  OwnedHandle(const OwnedHandle&) = delete;
-  OwnedHandle& operator=(const OwnedHandle&) = delete;
-  HANDLE get() const { return handle_; }
-
- private:
-  HANDLE handle_;
-};
-
 class CommSerialLine final : public SerialLine {
  public:
   ~CommSerialLine() override { Close(); }
@@ -101,7 +87,7 @@ class CommSerialLine final : public SerialLine {
       Close();
       return true;
     }
-    if (PortOpen() || name_.empty() || !io_event_.get() || !rx_event_.get() || !arrived_.get() || !poll_timer_.get()) {
+    if (PortOpen() || name_.empty() || !io_event_ || !rx_event_ || !arrived_ || !poll_timer_) {
       return false;
     }
     // Not shared: a COM port has one user at a time.
@@ -124,7 +110,7 @@ class CommSerialLine final : public SerialLine {
     if (!PortOpen() || bytes.empty()) return;
     const DWORD count = static_cast<DWORD>(std::min<size_t>(bytes.size(), kQueueBytes));
     OVERLAPPED ov{};
-    ov.hEvent = io_event_.get();
+    ov.hEvent = io_event_.Get();
     if (!WriteFile(file_, bytes.data(), count, nullptr, &ov) && GetLastError() != ERROR_IO_PENDING) return;
     // What the line has not taken in its time is dropped; the missing reply shows it.
     Finish(file_, ov, kWriteSlackMs + kWriteMsPerByte * count);
@@ -138,7 +124,7 @@ class CommSerialLine final : public SerialLine {
     for (DWORD queued; got.size() < limit && (queued = Queued()) > 0;) {
       char buf[256];
       OVERLAPPED ov{};
-      ov.hEvent = io_event_.get();
+      ov.hEvent = io_event_.Get();
       const DWORD want = static_cast<DWORD>(std::min({sizeof buf, limit - got.size(), size_t{queued}}));
       DWORD n = 0;
       if (!ReadFile(file_, buf, want, &n, &ov)) {
@@ -157,13 +143,13 @@ class CommSerialLine final : public SerialLine {
       // The line reports no events: its queue is looked at on a timer.
       LARGE_INTEGER first{};
       first.QuadPart = -10'000LL * kPollMs;  // relative, in 100 ns units
-      if (!SetWaitableTimer(poll_timer_.get(), &first, kPollMs, nullptr, nullptr, FALSE)) return kNoWaitHandle;
+      if (!SetWaitableTimer(poll_timer_.Get(), &first, kPollMs, nullptr, nullptr, FALSE)) return kNoWaitHandle;
       polling_ = true;
     }
     // A wait armed after bytes arrived would miss them: they make the line ready now.
-    if (Queued() > 0) return reinterpret_cast<WaitHandle>(arrived_.get());
+    if (Queued() > 0) return reinterpret_cast<WaitHandle>(arrived_.Get());
     if (hung_up_) return kNoWaitHandle;
-    return reinterpret_cast<WaitHandle>(polling_ ? poll_timer_.get() : rx_event_.get());
+    return reinterpret_cast<WaitHandle>(polling_ ? poll_timer_.Get() : rx_event_.Get());
   }
 
  private:
@@ -186,11 +172,11 @@ class CommSerialLine final : public SerialLine {
       if (!GetOverlappedResult(file_, &wait_ov_, &unused, FALSE) || !(wait_mask_ & EV_RXCHAR)) return false;
     }
     wait_ov_ = OVERLAPPED{};
-    wait_ov_.hEvent = rx_event_.get();
-    ResetEvent(rx_event_.get());
+    wait_ov_.hEvent = rx_event_.Get();
+    ResetEvent(rx_event_.Get());
     wait_mask_ = 0;
     if (WaitCommEvent(file_, &wait_mask_, &wait_ov_)) {
-      SetEvent(rx_event_.get());  // an event was there already
+      SetEvent(rx_event_.Get());  // an event was there already
       return (wait_mask_ & EV_RXCHAR) != 0;
     }
     waiting_ = GetLastError() == ERROR_IO_PENDING;
@@ -204,7 +190,7 @@ class CommSerialLine final : public SerialLine {
       Finish(file_, wait_ov_, 0);
       waiting_ = false;
     }
-    if (polling_) CancelWaitableTimer(poll_timer_.get());
+    if (polling_) CancelWaitableTimer(poll_timer_.Get());
     polling_ = false;
     CloseHandle(file_);
     file_ = INVALID_HANDLE_VALUE;
@@ -212,11 +198,11 @@ class CommSerialLine final : public SerialLine {
 
   HANDLE file_ = INVALID_HANDLE_VALUE;
   int32_t input_len_ = 0;
-  std::string name_ = "\\\\.\\COM1";                                   // port 1 until told otherwise
-  OwnedHandle io_event_{CreateEventA(nullptr, TRUE, FALSE, nullptr)};  // reads and writes, one at a time
-  OwnedHandle rx_event_{CreateEventA(nullptr, TRUE, FALSE, nullptr)};  // the pending WaitCommEvent's
-  OwnedHandle arrived_{CreateEventA(nullptr, TRUE, TRUE, nullptr)};    // always set: for queued bytes
-  OwnedHandle poll_timer_{CreateWaitableTimerA(nullptr, FALSE, nullptr)};
+  std::string name_ = "\\\\.\\COM1";                                    // port 1 until told otherwise
+  UniqueHandle io_event_{CreateEventA(nullptr, TRUE, FALSE, nullptr)};  // reads and writes, one at a time
+  UniqueHandle rx_event_{CreateEventA(nullptr, TRUE, FALSE, nullptr)};  // the pending WaitCommEvent's
+  UniqueHandle arrived_{CreateEventA(nullptr, TRUE, TRUE, nullptr)};    // always set: for queued bytes
+  UniqueHandle poll_timer_{CreateWaitableTimerA(nullptr, FALSE, nullptr)};
   // What the const ReadyHandle keeps up: the pending WaitCommEvent, or the polling.
   mutable bool hung_up_ = false;
   mutable bool polling_ = false;
