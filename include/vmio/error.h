@@ -8,6 +8,31 @@
 
 namespace vmio {
 
+// The error numbers the library raises besides a driver's own (IOErrors in io_device.h).
+enum RuntimeError : int32_t {
+  // The automation run-time's, each with its standard text (StandardErrorText).
+  kInvalidProcedureCall = 5,
+  kOverflow = 6,
+  kOutOfMemory = 7,
+  kSubscriptOutOfRange = 9,
+  kTypeMismatch = 13,
+  kDeviceIOError = 57,
+  kDiskFull = 61,
+  kPathFileAccessError = 75,
+  kPathNotFound = 76,
+  kObjectNotSet = 91,
+  kCannotCreateObject = 429,
+  kMemberNotSupported = 438,
+  kWrongArgumentCount = 450,
+  kKeyAlreadyAssociated = 457,
+  // The HTTP client's, with the texts http_client.h lists.
+  kHttpSessionFailed = 13101,
+  kHttpRequestFailed = 13102,
+  kHttpConnectFailed = 13104,
+  kHttpReceiveFailed = 13106,
+  kHttpCancelled = 13107,
+};
+
 class VMIO_API AutomationError : public std::runtime_error {
  public:
   // A run-time error with the automation run-time's standard text for its number

@@ -57,20 +57,20 @@ int32_t Guard(Body body) noexcept {
 }
 
 vmio::Object& ObjectOf(vmio_object* handle) {
-  if (!handle || !handle->object) vmio::Raise(91);
+  if (!handle || !handle->object) vmio::Raise(vmio::kObjectNotSet);
   return *handle->object;
 }
 
 template <class T>
 T& As(vmio_object* handle) {
   auto* typed = dynamic_cast<T*>(&ObjectOf(handle));
-  if (!typed) vmio::Raise(438);
+  if (!typed) vmio::Raise(vmio::kMemberNotSupported);
   return *typed;
 }
 
 template <class T>
 void Require(T* out) {
-  if (!out) vmio::Raise(5);
+  if (!out) vmio::Raise(vmio::kInvalidProcedureCall);
 }
 
 char* CopyText(const std::string& text) {
@@ -84,7 +84,7 @@ char* CopyText(const std::string& text) {
 // A whole number of a narrower type, or 6 (overflow) when it does not fit.
 template <class T>
 T Narrow(int32_t n) {
-  if (n < std::numeric_limits<T>::min() || n > std::numeric_limits<T>::max()) vmio::Raise(6);
+  if (n < std::numeric_limits<T>::min() || n > std::numeric_limits<T>::max()) vmio::Raise(vmio::kOverflow);
   return static_cast<T>(n);
 }
 
@@ -108,12 +108,12 @@ Variant FromC(const vmio_value& v) {
     case VMIO_OBJECT:
       return Variant(v.object ? v.object->object : nullptr);
     default:
-      vmio::Raise(5);
+      vmio::Raise(vmio::kInvalidProcedureCall);
   }
 }
 
 std::vector<Variant> FromC(const vmio_value* args, size_t count) {
-  if (count && !args) vmio::Raise(5);
+  if (count && !args) vmio::Raise(vmio::kInvalidProcedureCall);
   std::vector<Variant> out;
   out.reserve(count);
   for (size_t i = 0; i < count; ++i) out.push_back(FromC(args[i]));
@@ -146,7 +146,7 @@ void ToC(const Variant& v, vmio_value& out) {
       if (v.AsObject()) c.object = new vmio_object{v.AsObject()};
       break;
     default:  // arrays
-      vmio::Raise(13);
+      vmio::Raise(vmio::kTypeMismatch);
   }
   out = c;
 }
@@ -186,7 +186,7 @@ int32_t vmio_create(const char* name, vmio_object** object) {
     Require(object);
     *object = nullptr;
     const vmio::ClassInfo* cls = name ? vmio::FindClass(name) : nullptr;
-    if (!cls) vmio::Raise(429);
+    if (!cls) vmio::Raise(vmio::kCannotCreateObject);
     *object = new vmio_object{cls->create()};
   });
 }

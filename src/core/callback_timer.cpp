@@ -49,7 +49,7 @@ int32_t StartCallbackTimer(std::shared_ptr<Callbackable> target, int32_t interva
   Registry& registry = Registry::OfThisThread();
   if (!registry.targets.try_emplace(id, std::move(target)).second) {
     KillThreadTimer(id);
-    Raise(457);
+    Raise(kKeyAlreadyAssociated);
   }
   return id;
 }
@@ -58,7 +58,7 @@ void StopCallbackTimer(int32_t id) {
   KillThreadTimer(id);
   Registry& registry = Registry::OfThisThread();
   const auto it = registry.targets.find(id);
-  if (it == registry.targets.end()) Raise(5);
+  if (it == registry.targets.end()) Raise(kInvalidProcedureCall);
   // Released after the entry is gone, so a destructor that stops other timers finds the
   // registry consistent.
   const std::shared_ptr<Callbackable> target = std::move(it->second);

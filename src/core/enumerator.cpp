@@ -28,11 +28,11 @@ std::shared_ptr<IODeviceInfo> IODeviceEnumerator::Item(const Variant& vntIndexKe
   if (vntIndexKey.IsString()) {
     const std::string& key = vntIndexKey.AsString();
     const auto it = std::ranges::find_if(keys_, [&](const std::string& k) { return EqualsNoCase(k, key); });
-    if (it == keys_.end()) Raise(5);
+    if (it == keys_.end()) Raise(kInvalidProcedureCall);
     return records_[static_cast<size_t>(it - keys_.begin())];
   }
   const int32_t position = vntIndexKey.AsInt32();
-  if (position < 1 || position > Count()) Raise(9);
+  if (position < 1 || position > Count()) Raise(kSubscriptOutOfRange);
   return records_[static_cast<size_t>(position - 1)];
 }
 
@@ -44,7 +44,8 @@ Variant IODeviceEnumerator::NewEnum() const {
 }
 
 void IODeviceEnumerator::Add(std::string key, std::shared_ptr<IODeviceInfo> record) {
-  if (std::ranges::any_of(keys_, [&](const std::string& k) { return EqualsNoCase(k, key); })) Raise(457);
+  if (std::ranges::any_of(keys_, [&](const std::string& k) { return EqualsNoCase(k, key); }))
+    Raise(kKeyAlreadyAssociated);
   keys_.push_back(std::move(key));
   records_.push_back(std::move(record));
 }

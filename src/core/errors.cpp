@@ -8,25 +8,25 @@ namespace vmio {
 
 std::string StandardErrorText(int32_t number) {
   switch (number) {
-    case 5:
+    case kInvalidProcedureCall:
       return "Invalid procedure call or argument";
-    case 6:
+    case kOverflow:
       return "Overflow";
-    case 7:
+    case kOutOfMemory:
       return "Out of memory";
-    case 9:
+    case kSubscriptOutOfRange:
       return "Subscript out of range";
-    case 13:
+    case kTypeMismatch:
       return "Type mismatch";
-    case 91:
+    case kObjectNotSet:
       return "Object variable or With block variable not set";
-    case 429:
+    case kCannotCreateObject:
       return "ActiveX component can't create object";
-    case 438:
+    case kMemberNotSupported:
       return "Object doesn't support this property or method";
-    case 450:
+    case kWrongArgumentCount:
       return "Wrong number of arguments or invalid property assignment";
-    case 457:
+    case kKeyAlreadyAssociated:
       return "This key is already associated with an element of this collection";
     default:
       return {};

@@ -74,19 +74,19 @@ double Val(std::string_view text) {
 
 int32_t RoundToInt32(double value) {
   const double r = std::nearbyint(value);  // default rounding mode: halves to even
-  if (!(r >= -2147483648.0 && r <= 2147483647.0)) Raise(6);
+  if (!(r >= -2147483648.0 && r <= 2147483647.0)) Raise(kOverflow);
   return static_cast<int32_t>(r);
 }
 
 int32_t TruncToInt32(double value) {
   const double t = std::trunc(value);
-  if (!(t >= -2147483648.0 && t <= 2147483647.0)) Raise(6);
+  if (!(t >= -2147483648.0 && t <= 2147483647.0)) Raise(kOverflow);
   return static_cast<int32_t>(t);
 }
 
 int16_t RoundToInt16(double value) {
   const double r = std::nearbyint(value);
-  if (!(r >= -32768.0 && r <= 32767.0)) Raise(6);
+  if (!(r >= -32768.0 && r <= 32767.0)) Raise(kOverflow);
   return static_cast<int16_t>(r);
 }
 

@@ -34,18 +34,18 @@ Variant Object::Call(std::string_view member, std::span<const Variant> args) {
   const MemberTable& table = Members();
   const Member* found = table.Find(member, MemberKind::kMethod);
   if (!found) found = table.Find(member, MemberKind::kPropertyGet);
-  if (!found) Raise(438);
+  if (!found) Raise(kMemberNotSupported);
   return Invoke(*found, args);
 }
 
 void Object::Put(std::string_view member, std::span<const Variant> args) {
   const Member* found = Members().Find(member, MemberKind::kPropertyPut);
-  if (!found) Raise(438);
+  if (!found) Raise(kMemberNotSupported);
   Invoke(*found, args);
 }
 
 Variant Object::Invoke(const Member& member, std::span<const Variant> args) {
-  if (args.size() != member.param_count) Raise(450);
+  if (args.size() != member.param_count) Raise(kWrongArgumentCount);
   return member.invoke(*this, args);
 }
 

@@ -35,9 +35,9 @@ int32_t PortTableDevice::PortType(int32_t Index) {
 
 void PortTableDevice::ResizePorts(int64_t count) {
   if (count < 0 || count > kMaxPorts) {
-    if (count < 0) Raise(9);
-    if (count > INT32_MAX) Raise(6);
-    Raise(7);
+    if (count < 0) Raise(kSubscriptOutOfRange);
+    if (count > INT32_MAX) Raise(kOverflow);
+    Raise(kOutOfMemory);
   }
   PortCount = static_cast<int32_t>(count);
   PortDirections.assign(static_cast<size_t>(count), 0);
@@ -50,16 +50,16 @@ void PortTableDevice::FillDirections(int32_t inputs) {
 }
 
 void PortTableDevice::CheckIndex(int32_t Index) {
-  if (Index < 0 || Index >= PortCount) Raise(9);
+  if (Index < 0 || Index >= PortCount) Raise(kSubscriptOutOfRange);
 }
 
 bool PortTableDevice::Value(int32_t Index) const {
-  if (Index < 0 || static_cast<size_t>(Index) >= PortValues.size()) Raise(9);
+  if (Index < 0 || static_cast<size_t>(Index) >= PortValues.size()) Raise(kSubscriptOutOfRange);
   return PortValues[static_cast<size_t>(Index)];
 }
 
 void PortTableDevice::SetValue(int32_t Index, bool state) {
-  if (Index < 0 || static_cast<size_t>(Index) >= PortValues.size()) Raise(9);
+  if (Index < 0 || static_cast<size_t>(Index) >= PortValues.size()) Raise(kSubscriptOutOfRange);
   PortValues[static_cast<size_t>(Index)] = state;
 }
 

@@ -16,7 +16,7 @@ Split2DRow SplitRow(std::string_view row, std::string_view sep) {
 }  // namespace
 
 Split2DTable Split2D(std::string_view text, std::string_view colSep, std::string_view rowSep) {
-  if (text.empty()) Raise(9);
+  if (text.empty()) Raise(kSubscriptOutOfRange);
   Split2DTable table;
   size_t start = 0;
   while (true) {

@@ -36,12 +36,12 @@ bool Variant::IsNumber() const {
 
 bool Variant::AsBool() const {
   if (const bool* b = std::get_if<bool>(&value_)) return *b;
-  Raise(13);
+  Raise(kTypeMismatch);
 }
 
 const std::string& Variant::AsString() const {
   if (const std::string* s = std::get_if<std::string>(&value_)) return *s;
-  Raise(13);
+  Raise(kTypeMismatch);
 }
 
 double Variant::AsDouble() const {
@@ -52,9 +52,9 @@ double Variant::AsDouble() const {
     double operator()(int16_t v) const { return v; }
     double operator()(int32_t v) const { return v; }
     double operator()(double v) const { return v; }
-    double operator()(const std::string&) const { Raise(13); }
-    double operator()(const std::shared_ptr<Object>&) const { Raise(13); }
-    double operator()(const ArrayValue&) const { Raise(13); }
+    double operator()(const std::string&) const { Raise(kTypeMismatch); }
+    double operator()(const std::shared_ptr<Object>&) const { Raise(kTypeMismatch); }
+    double operator()(const ArrayValue&) const { Raise(kTypeMismatch); }
   };
   return std::visit(Num{}, value_);
 }
@@ -63,12 +63,12 @@ int32_t Variant::AsInt32() const { return RoundToInt32(AsDouble()); }
 
 const std::shared_ptr<Object>& Variant::AsObject() const {
   if (const auto* o = std::get_if<std::shared_ptr<Object>>(&value_)) return *o;
-  Raise(13);
+  Raise(kTypeMismatch);
 }
 
 std::span<const Variant> Variant::AsArray() const {
   if (const auto* a = std::get_if<ArrayValue>(&value_)) return *a->elements;
-  Raise(13);
+  Raise(kTypeMismatch);
 }
 
 bool Variant::ArrayValue::operator==(const ArrayValue& other) const {

@@ -21,7 +21,7 @@ constexpr int64_t kMaxReserve = 1 << 20;  // a Content-Length is not trusted fur
 
 std::unique_ptr<HttpSession> OpenSession(const std::string& agent) {
   std::unique_ptr<HttpSession> session = OpenHttpSession(agent.empty() ? kDefaultHttpUserAgent : agent);
-  if (!session) Raise(5);
+  if (!session) Raise(kInvalidProcedureCall);
   return session;
 }
 
@@ -82,8 +82,8 @@ class FileSink final : public HttpBodySink {
     file_ = std::fopen(name.c_str(), "r+b");
     if (!file_ && errno == ENOENT) file_ = std::fopen(name.c_str(), "wb");
     if (!file_) {
-      if (errno == ENOENT) Raise(76, "Path not found");
-      Raise(75, "Path/File access error");
+      if (errno == ENOENT) Raise(kPathNotFound, "Path not found");
+      Raise(kPathFileAccessError, "Path/File access error");
     }
     if (std::fseek(file_, 0, SEEK_END) == 0) old_length_ = std::max<int64_t>(0, std::ftell(file_));
     std::rewind(file_);
@@ -99,13 +99,13 @@ class FileSink final : public HttpBodySink {
   int64_t Received() const override { return std::max(old_length_, written_); }
   void Finish(int64_t total) override {
     if (std::fflush(file_) != 0) RaiseWriteError();
-    if (total >= 0 && Received() < total) Raise(13106, "Download file truncated");
+    if (total >= 0 && Received() < total) Raise(kHttpReceiveFailed, "Download file truncated");
   }
 
  private:
   [[noreturn]] static void RaiseWriteError() {
-    if (errno == ENOSPC) Raise(61, "Disk full");
-    Raise(57, "Device I/O error");
+    if (errno == ENOSPC) Raise(kDiskFull, "Disk full");
+    Raise(kDeviceIOError, "Device I/O error");
   }
 
   std::FILE* file_ = nullptr;
@@ -130,7 +130,7 @@ class Exchange final : public HttpReceiver {
     try {
       // Checked before storing, so an oversized reply never takes more than the limit.
       if (total > kMaxBodyBytes || received_ + static_cast<int64_t>(chunk.size()) > kMaxBodyBytes) {
-        Raise(13106, "Disconnected while recieving data");
+        Raise(kHttpReceiveFailed, "Disconnected while recieving data");
       }
       received_ += static_cast<int64_t>(chunk.size());
       sink_.Write(chunk, total);
@@ -145,7 +145,7 @@ class Exchange final : public HttpReceiver {
   // Raises why the receiver stopped the request: a failure of its own, else a cancel.
   [[noreturn]] void RaiseStop() const {
     if (thrown_) std::rethrow_exception(thrown_);
-    Raise(13107, "Download cancelled");
+    Raise(kHttpCancelled, "Download cancelled");
   }
 
   std::string TakeHeaders() { return headers_.Take(); }
@@ -167,7 +167,7 @@ HTTPClient::~HTTPClient() = default;
 void HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders, const std::string& PostData,
                          HttpBodySink& sink) {
   // A session that failed to re-open (UserAgent) leaves none: the request cannot start.
-  if (!session_) Raise(13101, "Failed to initialise the HTTP session");
+  if (!session_) Raise(kHttpSessionFailed, "Failed to initialise the HTTP session");
   std::string url_storage;
   std::string headers_storage;
   std::string post_storage;
@@ -181,15 +181,15 @@ void HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders,
     case HttpOutcome::Truncated:  // an early close is an end of data, as the platform reports it
       break;
     case HttpOutcome::BadUrl:
-      Raise(13101, "Failed to initialise the HTTP session");
+      Raise(kHttpSessionFailed, "Failed to initialise the HTTP session");
     case HttpOutcome::NoRequest:
-      Raise(13102, "Failed to initialise the HTTP request");
+      Raise(kHttpRequestFailed, "Failed to initialise the HTTP request");
     case HttpOutcome::Offline:
-      Raise(13102, "Windows is in offline mode.");
+      Raise(kHttpRequestFailed, "Windows is in offline mode.");
     case HttpOutcome::NoResponse:
-      Raise(13104, "Failed to connect to the HTTP server.");
+      Raise(kHttpConnectFailed, "Failed to connect to the HTTP server.");
     case HttpOutcome::BodyBroken:
-      Raise(13106, "Disconnected while recieving data");
+      Raise(kHttpReceiveFailed, "Disconnected while recieving data");
     case HttpOutcome::Stopped:
       exchange.RaiseStop();
   }

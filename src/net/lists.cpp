@@ -9,7 +9,7 @@ std::vector<uint8_t> SubArray(std::span<const uint8_t> Source, int32_t Start, in
   int64_t length = Length;
   if (length > available || length == -1) length = available;
   if (length == 0) return {};
-  if (length < 0 || Start < 0) Raise(9);
+  if (length < 0 || Start < 0) Raise(kSubscriptOutOfRange);
   const auto first = Source.begin() + Start;
   return std::vector<uint8_t>(first, first + length);
 }

@@ -135,7 +135,7 @@ void ModbusT::DiscardPending() {
 
 std::vector<uint8_t> ModbusT::GetCoilData(int16_t Address, int16_t Count) {
   const std::vector<uint8_t> data = SendRequest(1, Address, Count);
-  if (data.empty()) Raise(9);  // no byte count to read
+  if (data.empty()) Raise(kSubscriptOutOfRange);  // no byte count to read
   return SubArray(data, 1, data[0]);
 }
 

@@ -55,7 +55,7 @@ std::shared_ptr<Object> CreateObject(std::string_view progid) {
   for (const ClassInfo& c : kClasses) {
     if (EqualsNoCase(c.progid, progid)) return c.create();
   }
-  Raise(429);
+  Raise(kCannotCreateObject);
 }
 
 }  // namespace vmio

@@ -78,7 +78,7 @@ Outcome RunTarget(const SimMake& target, std::ostream& out) {
       target.prepare(*object);
     }
     auto* io = dynamic_cast<IODevice*>(object.get());
-    if (!io) throw AutomationError(438);
+    if (!io) throw AutomationError(kMemberNotSupported);
 
     step = "connecting to " + MaskCredentials(device);
     io->Connect(device);

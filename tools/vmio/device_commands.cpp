@@ -67,7 +67,7 @@ class ConnectProgress {
 OpenDevice Open(const ClassInfo& cls, const std::string& device) {
   std::shared_ptr<Object> object = cls.create();
   auto* io = dynamic_cast<IODevice*>(object.get());
-  if (!io) throw AutomationError(438);  // a class that is not a device (an enumerator)
+  if (!io) throw AutomationError(kMemberNotSupported);  // a class that is not a device (an enumerator)
   const std::string where = std::string(cls.progid) + " at " + MaskCredentials(device);
   try {
     ConnectProgress progress(where);
@@ -86,7 +86,7 @@ std::string PortContext(IODevice& io, int32_t index, int32_t number) {
   } catch (const AutomationError&) {
   }
   const std::string port = "port " + std::to_string(index);
-  if (number == 9) {
+  if (number == kSubscriptOutOfRange) {
     if (count == 0) return port + " does not exist: the device has no ports";
     if (count > 0) return port + " does not exist: the ports are 0 to " + std::to_string(count - 1);
     return port + " does not exist";
@@ -231,7 +231,7 @@ int ScanDevices(const ClassInfo* cls, const Output& output) {
   for (const ClassInfo& c : vmio::Classes()) {
     if (!c.lists_devices || (cls && cls != &c)) continue;
     const auto list = std::dynamic_pointer_cast<IODeviceEnumerator>(c.create());
-    if (!list) throw AutomationError(438);
+    if (!list) throw AutomationError(kMemberNotSupported);
     const int32_t count = list->Count();
     if (output.json) {
       for (const auto& info : *list) {

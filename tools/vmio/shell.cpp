@@ -40,7 +40,7 @@ class Shell {
  public:
   // The result line of one command.
   std::string Execute(std::string_view command, ShellArguments args) {
-    if (objects_.Execute(command, args, CreateObject, [] { throw AutomationError(91); })) return "ok";
+    if (objects_.Execute(command, args, CreateObject, [] { throw AutomationError(kObjectNotSet); })) return "ok";
     if (command == "connect") {
       const auto device = UnescapeText(args.Rest());
       if (!device) InvalidArgument();
@@ -96,13 +96,13 @@ class Shell {
  private:
   Object& CurrentObject() {
     std::shared_ptr<Object>* object = objects_.Current();
-    if (!object) throw AutomationError(91);
+    if (!object) throw AutomationError(kObjectNotSet);
     return **object;
   }
 
   IODevice& Device() {
     auto* device = dynamic_cast<IODevice*>(&CurrentObject());
-    if (!device) throw AutomationError(438);
+    if (!device) throw AutomationError(kMemberNotSupported);
     return *device;
   }
 

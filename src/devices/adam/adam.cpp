@@ -60,7 +60,7 @@ class QuerySocket {
 };
 
 uint8_t StatusByte(const std::vector<uint8_t>& data, size_t index) {
-  if (index >= data.size()) Raise(9);
+  if (index >= data.size()) Raise(kSubscriptOutOfRange);
   return data[index];
 }
 
@@ -127,7 +127,7 @@ std::string AdamModelFromAnswer(std::span<const uint8_t> answer) {
   // The model runs from the fourth character up to the first CR; the reply marker and
   // address before it are not checked.
   const auto cr = std::ranges::find(answer, uint8_t{'\r'});
-  if (cr == answer.end() || cr - answer.begin() < 3) Raise(5);  // no CR, or one inside the marker
+  if (cr == answer.end() || cr - answer.begin() < 3) Raise(kInvalidProcedureCall);  // no CR, or one inside the marker
   return BytesToString(std::span<const uint8_t>(answer.begin() + 3, cr), kCodePage1252);
 }
 

@@ -38,7 +38,7 @@ std::string AX200Device::PortName(int32_t Index) {
 }
 
 void AX200Device::CheckIndex(int32_t Index) const {
-  if (Index < 0 || static_cast<size_t>(Index) >= PortNames.size()) Raise(9);
+  if (Index < 0 || static_cast<size_t>(Index) >= PortNames.size()) Raise(kSubscriptOutOfRange);
 }
 
 }  // namespace vmio

@@ -19,7 +19,7 @@ constexpr int32_t kFixedModelSockets = 8;
 // page, so from index 63 on it is a code page 1252 character (held as text, sent as its byte).
 std::string PortLetter(int32_t Index) {
   const int32_t code = 'A' + Index;
-  if (code > 255) Raise(5);
+  if (code > 255) Raise(kInvalidProcedureCall);
   const uint8_t byte = static_cast<uint8_t>(code);
   return BytesToString(std::span<const uint8_t>(&byte, 1), kCodePage1252);
 }
@@ -42,7 +42,7 @@ void ReadStates(std::string_view reply, int32_t base, int32_t first, int32_t por
     const double index = pin - base + first;
     if (!(index >= 0 && index < portCount)) continue;
     const int32_t port = RoundToInt32(index);
-    if (static_cast<size_t>(port) >= values.size()) Raise(9);
+    if (static_cast<size_t>(port) >= values.size()) Raise(kSubscriptOutOfRange);
     values[static_cast<size_t>(port)] = Val(row.value) == 1;
   }
 }
@@ -54,7 +54,7 @@ std::string ReadPortName(std::string_view reply) {
   for (size_t i = 0; i < reply.size(); ++i) {
     if ((static_cast<unsigned char>(reply[i]) & 0xC0) != 0x80) starts.push_back(i);
   }
-  if (starts.size() < 14) Raise(5);
+  if (starts.size() < 14) Raise(kInvalidProcedureCall);
   return std::string(reply.substr(starts[13], starts.back() - starts[13]));
 }
 
@@ -92,7 +92,7 @@ void AviosysPDU::BuildPortTable() {
 }
 
 void AviosysPDU::CheckIndex(int32_t Index) {
-  if (Index < 0 || Index >= Ports()) Raise(9);
+  if (Index < 0 || Index >= Ports()) Raise(kSubscriptOutOfRange);
 }
 
 std::string AviosysPDU::PortName(int32_t Index) {

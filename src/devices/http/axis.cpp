@@ -57,7 +57,7 @@ void ReadIOPortDirections(std::string_view reply, std::vector<int32_t>& directio
     const size_t dot = port_and_rest.find('.');
     if (dot == std::string_view::npos || port_and_rest.substr(dot + 1) != "Direction") continue;
     const int32_t port = Number(port_and_rest.substr(1, dot - 1));
-    if (port < 0 || static_cast<size_t>(port) >= directions.size()) Raise(9);
+    if (port < 0 || static_cast<size_t>(port) >= directions.size()) Raise(kSubscriptOutOfRange);
     directions[static_cast<size_t>(port)] = row.value == "input" ? IOInput : IOBidirectional;
   }
 }
@@ -68,7 +68,7 @@ void ReadStates(std::string_view reply, size_t keyPrefix, int32_t offset, std::v
     const int32_t k = Number(row.key.substr(std::min(keyPrefix, row.key.size())));
     if (k == 0) continue;
     const int64_t index = int64_t{k} - 1 + offset;
-    if (index < 0 || static_cast<uint64_t>(index) >= values.size()) Raise(9);
+    if (index < 0 || static_cast<uint64_t>(index) >= values.size()) Raise(kSubscriptOutOfRange);
     values[static_cast<size_t>(index)] = Val(row.value) == 1;
   }
 }

@@ -32,7 +32,7 @@ void ReadStates(std::string_view reply, std::vector<bool>& values) {
   for (const Split2DRow& row : Split2D(reply, "=", "\n")) {
     const int32_t index = PortOfKey(row.key);
     if (index == -1) continue;
-    if (static_cast<size_t>(index) >= values.size()) Raise(9);
+    if (static_cast<size_t>(index) >= values.size()) Raise(kSubscriptOutOfRange);
     values[static_cast<size_t>(index)] = Val(row.value) == 1;
   }
 }

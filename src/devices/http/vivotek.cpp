@@ -42,7 +42,7 @@ void ReadStates(std::string_view reply, int32_t offset, std::vector<bool>& value
     // The reply's closing CR LF leaves an empty row, which is not port 0.
     if (row.key.empty() && row.value.empty()) continue;
     const int64_t index = int64_t{offset} + RoundToInt32(Val(row.key.substr(std::min<size_t>(2, row.key.size()))));
-    if (index < 0 || static_cast<uint64_t>(index) >= values.size()) Raise(9);
+    if (index < 0 || static_cast<uint64_t>(index) >= values.size()) Raise(kSubscriptOutOfRange);
     values[static_cast<size_t>(index)] = Val(row.value) == 1;
   }
 }

@@ -128,13 +128,13 @@ int32_t LogIT::PortType(int32_t Index) {
 }
 
 std::string LogIT::PortName(int32_t Index) {
-  if (Index < 0 || static_cast<size_t>(Index) >= sensor_type_.size()) Raise(9);
+  if (Index < 0 || static_cast<size_t>(Index) >= sensor_type_.size()) Raise(kSubscriptOutOfRange);
   return GetSensorName(sensor_type_[static_cast<size_t>(Index)]);
 }
 
 Variant LogIT::PortValue(int32_t Index) {
   if (!connected_) RaiseNotConnected();
-  if (Index < 0 || static_cast<size_t>(Index) >= sensor_channel_.size()) Raise(9);
+  if (Index < 0 || static_cast<size_t>(Index) >= sensor_channel_.size()) Raise(kSubscriptOutOfRange);
   if (!SendCommand({kReading, Index, sensor_channel_[static_cast<size_t>(Index)]})) RaiseCommunicationError();
   const std::vector<uint8_t> reply = ReceiveBytes(2, 50);
   const int32_t raw = reply[0] * 256 + reply[1];
@@ -173,7 +173,7 @@ bool LogIT::SendCommand(std::initializer_list<int32_t> bytes) {
   }
   std::vector<uint8_t> message;
   for (const int32_t b : bytes) {
-    if (b < 0 || b > 255) Raise(6);
+    if (b < 0 || b > 255) Raise(kOverflow);
     message.push_back(static_cast<uint8_t>(b));
   }
   const bool sent = usb_.SendData(message);
@@ -188,7 +188,7 @@ std::vector<uint8_t> LogIT::ReceiveBytes(int32_t Count, int32_t Timeout) {
 }
 
 void LogIT::CheckIndex(int32_t Index) {
-  if (Index < 0 || Index >= Ports()) Raise(9);
+  if (Index < 0 || Index >= Ports()) Raise(kSubscriptOutOfRange);
 }
 
 // The conversion table named by the port's sensor record; "" for none.

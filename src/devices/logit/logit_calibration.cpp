@@ -78,11 +78,11 @@ std::string FirstWord(const std::string& line) {
 double StrictNumber(const std::string& text) {
   const size_t first = text.find_first_not_of(" \t");
   const size_t last = text.find_last_not_of(" \t");
-  if (first == std::string::npos) Raise(13);
+  if (first == std::string::npos) Raise(kTypeMismatch);
   const std::string number = text.substr(first, last - first + 1);
   char* end = nullptr;
   const double value = std::strtod(number.c_str(), &end);
-  if (end != number.c_str() + number.size() || number.find_first_of("xXnN") != std::string::npos) Raise(13);
+  if (end != number.c_str() + number.size() || number.find_first_of("xXnN") != std::string::npos) Raise(kTypeMismatch);
   return value;
 }
 
@@ -109,7 +109,7 @@ std::string RawText(const std::string& field) {
 
 template <class Map, class Value>
 void AddUnique(Map& map, const std::string& key, Value value) {
-  if (!map.emplace(key, std::move(value)).second) Raise(457);
+  if (!map.emplace(key, std::move(value)).second) Raise(kKeyAlreadyAssociated);
 }
 
 void Load(const std::vector<std::string>& lines, Module& module) {
@@ -121,7 +121,7 @@ void Load(const std::vector<std::string>& lines, Module& module) {
     const std::string word = FirstWord(line);
     if (word == "%%SENSOR") {
       std::vector<std::string> fields = Split(line.substr(9));
-      if (fields.empty()) Raise(9);
+      if (fields.empty()) Raise(kSubscriptOutOfRange);
       const double code = StrictNumber(fields[0]);
       if (code == previous_code) continue;
       previous_code = code;
@@ -132,7 +132,7 @@ void Load(const std::vector<std::string>& lines, Module& module) {
     } else if (table) {
       std::vector<std::string> fields = Split(line);
       CleanFields(fields);
-      if (fields.size() < 2) Raise(9);
+      if (fields.size() < 2) Raise(kSubscriptOutOfRange);
       table->push_back(fields[0]);
       table->push_back(RawText(fields[1]));
       if (TrimSpaces(line).ends_with(';')) {
@@ -179,7 +179,7 @@ const SensorRecord* FindSensor(const std::string& code) {
 double ConvertReading(int32_t Raw, const std::string& TableName) {
   const auto& tables = State().tables;
   const auto it = tables.find(TableName);
-  if (it == tables.end()) Raise(5);
+  if (it == tables.end()) Raise(kInvalidProcedureCall);
   const CalibrationTable& table = it->second;
   double result = 0;
   int32_t previous_raw = 0;

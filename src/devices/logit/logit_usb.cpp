@@ -23,7 +23,7 @@ bool LogITUSB::SendData(std::span<const uint8_t> Data) {
   HidReport report{};
   report[1] = static_cast<uint8_t>(Data.size());
   for (size_t i = 0; i < Data.size(); ++i) {
-    if (i + 2 >= report.size()) Raise(9);
+    if (i + 2 >= report.size()) Raise(kSubscriptOutOfRange);
     report[i + 2] = Data[i];
   }
   return device_ && device_->Write(report);

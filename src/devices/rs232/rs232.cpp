@@ -117,11 +117,11 @@ void RS232::PortValue(int32_t Index, const Variant&) {
 }
 
 void RS232::CheckIndex(int32_t Index) const {
-  if (Index < 0 || static_cast<size_t>(Index) >= commands_.size()) Raise(9);
+  if (Index < 0 || static_cast<size_t>(Index) >= commands_.size()) Raise(kSubscriptOutOfRange);
 }
 
 SerialLine& RS232::Line() {
-  if (!line_) Raise(91);
+  if (!line_) Raise(kObjectNotSet);
   return *line_;
 }
 

@@ -39,7 +39,7 @@ const ComClass* FindComClass(REFCLSID clsid) {
 
 std::shared_ptr<Object> CreateInstance(const ComClass& c) {
   const ClassInfo* info = FindClass(std::string("VMIO.") + c.name);
-  if (!info) Raise(429);
+  if (!info) Raise(kCannotCreateObject);
   return info->create();
 }
 

@@ -23,22 +23,23 @@ struct VariantHolder {
 Variant Converted(const VARIANT& value, VARTYPE to) {
   VariantHolder h;
   const HRESULT hr = VariantChangeType(&h.v, const_cast<VARIANT*>(&value), 0, to);
-  if (hr == DISP_E_OVERFLOW) Raise(6);
-  if (FAILED(hr)) Raise(13);
+  if (hr == DISP_E_OVERFLOW) Raise(kOverflow);
+  if (FAILED(hr)) Raise(kTypeMismatch);
   return to == VT_I4 ? Variant(static_cast<int32_t>(h.v.lVal)) : Variant(h.v.dblVal);
 }
 
 Variant FromObject(IUnknown* unknown) {
   if (!unknown) return Variant(std::shared_ptr<Object>());
   DispatchObject* ours = nullptr;
-  if (FAILED(unknown->QueryInterface(kIidLibraryObject, reinterpret_cast<void**>(&ours))) || !ours) Raise(13);
+  if (FAILED(unknown->QueryInterface(kIidLibraryObject, reinterpret_cast<void**>(&ours))) || !ours)
+    Raise(kTypeMismatch);
   Variant result(ours->Target());
   ours->Release();
   return result;
 }
 
 Variant FromArray(SAFEARRAY* array, VARTYPE element) {
-  if (!array || SafeArrayGetDim(array) != 1) Raise(13);
+  if (!array || SafeArrayGetDim(array) != 1) Raise(kTypeMismatch);
   LONG low = 0, high = -1;
   SafeArrayGetLBound(array, 1, &low);
   SafeArrayGetUBound(array, 1, &high);
@@ -46,10 +47,10 @@ Variant FromArray(SAFEARRAY* array, VARTYPE element) {
   for (LONG i = low; i <= high; ++i) {
     VariantHolder item;
     if (element == VT_VARIANT) {
-      if (FAILED(SafeArrayGetElement(array, &i, &item.v))) Raise(13);
+      if (FAILED(SafeArrayGetElement(array, &i, &item.v))) Raise(kTypeMismatch);
     } else {
       item.v.vt = element;
-      if (FAILED(SafeArrayGetElement(array, &i, &item.v.byref))) Raise(13);
+      if (FAILED(SafeArrayGetElement(array, &i, &item.v.byref))) Raise(kTypeMismatch);
     }
     items.push_back(FromVariant(item.v));
   }
@@ -73,14 +74,14 @@ VARTYPE ElementType(int32_t type) {
 BSTR NewBstr(const std::string& text) {
   const std::wstring wide = Utf16(text);
   BSTR b = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
-  if (!b) Raise(7);
+  if (!b) Raise(kOutOfMemory);
   return b;
 }
 
 Variant FromVariant(const VARIANT& value) {
   if (V_VT(&value) & VT_BYREF) {
     VariantHolder h;
-    if (FAILED(VariantCopyInd(&h.v, const_cast<VARIANT*>(&value)))) Raise(13);
+    if (FAILED(VariantCopyInd(&h.v, const_cast<VARIANT*>(&value)))) Raise(kTypeMismatch);
     return FromVariant(h.v);
   }
   if (V_VT(&value) & VT_ARRAY) return FromArray(V_ARRAY(&value), V_VT(&value) & VT_TYPEMASK);
@@ -117,7 +118,7 @@ Variant FromVariant(const VARIANT& value) {
     case VT_DECIMAL:
       return Converted(value, VT_R8);
     default:
-      Raise(13);
+      Raise(kTypeMismatch);
   }
 }
 
@@ -127,7 +128,7 @@ void ToVariant(const Variant& value, VARIANT* out) {
     const std::span<const Variant> items = value.AsArray();
     const VARTYPE element = ElementType(type);
     SAFEARRAY* array = SafeArrayCreateVector(element, 0, static_cast<ULONG>(items.size()));
-    if (!array) Raise(7);
+    if (!array) Raise(kOutOfMemory);
     try {
       for (LONG i = 0; i < static_cast<LONG>(items.size()); ++i) {
         VariantHolder item;
@@ -136,7 +137,7 @@ void ToVariant(const Variant& value, VARIANT* out) {
                            : element == VT_BSTR  ? static_cast<void*>(V_BSTR(&item.v))
                                                  : static_cast<void*>(V_DISPATCH(&item.v));
         // SafeArrayPutElement copies what it is given.
-        if (FAILED(SafeArrayPutElement(array, &i, const_cast<void*>(data)))) Raise(7);
+        if (FAILED(SafeArrayPutElement(array, &i, const_cast<void*>(data)))) Raise(kOutOfMemory);
       }
     } catch (...) {
       SafeArrayDestroy(array);

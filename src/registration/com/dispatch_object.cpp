@@ -163,7 +163,7 @@ HRESULT DispatchObject::Invoke(DISPID dispid, REFIID iid, LCID, WORD flags, DISP
 
 Variant DispatchObject::CallMember(int32_t dispid, MemberKind kind, std::span<const Variant> args) {
   const Member* member = target_->Members().Find(dispid, kind);
-  if (!member) Raise(438);
+  if (!member) Raise(kMemberNotSupported);
   return target_->Invoke(*member, args);
 }
 
@@ -260,7 +260,7 @@ HRESULT DispatchObject::get_Item(VARIANT vntIndexKey, _IODeviceInfo** Info) {
     IDispatch* object = Wrap(record.AsObject());
     const HRESULT hr = object->QueryInterface(IID__IODeviceInfo, reinterpret_cast<void**>(Info));
     object->Release();
-    if (FAILED(hr)) Raise(13);
+    if (FAILED(hr)) Raise(kTypeMismatch);
   });
 }
 
