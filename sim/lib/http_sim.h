@@ -19,6 +19,9 @@ class HttpSim {
   // Request counts and log, silence.
   HttpSimServer& Server() { return server_; }
   PointBank& Points() { return points_; }
+  // The device's answer to a request, for a host that serves it itself (the fleet); the
+  // caller does the credential check and the counting the server would.
+  HttpReply Answer(const HttpRequestInfo& request) { return Handle(request); }
 
  protected:
   explicit HttpSim(const HttpAuth& auth) : server_([this](const HttpRequestInfo& r) { return Handle(r); }, auth) {}
