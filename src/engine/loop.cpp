@@ -1,0 +1,96 @@
+#include "engine/loop.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+
+namespace vmio::engine {
+
+int64_t NowMs() {
+  using namespace std::chrono;
+  return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+void Loop::Watch(int fd, int interest, Handler handler) {
+  watches_[fd] = WatchEntry{interest, std::make_shared<Handler>(std::move(handler))};
+  if (listener_) listener_(fd, interest);
+}
+
+void Loop::Unwatch(int fd) {
+  if (watches_.erase(fd) && listener_) listener_(fd, 0);
+}
+
+Loop::TimerId Loop::AddTimer(int64_t due, std::function<void()> handler) {
+  const TimerId id{due, ++timer_count_};
+  timers_.emplace(id, std::move(handler));
+  return id;
+}
+
+void Loop::CancelTimer(TimerId id) { timers_.erase(id); }
+
+std::vector<std::pair<int, int>> Loop::WatchedDescriptors() const {
+  std::vector<std::pair<int, int>> watched;
+  watched.reserve(watches_.size());
+  for (const auto& [fd, entry] : watches_) watched.emplace_back(fd, entry.interest);
+  return watched;
+}
+
+int64_t Loop::MillisecondsUntilNextTimer() const {
+  if (timers_.empty()) return -1;
+  return std::max<int64_t>(0, timers_.begin()->first.first - NowMs());
+}
+
+void Loop::Dispatch(int fd, int ready) {
+  const auto it = watches_.find(fd);
+  if (it == watches_.end()) return;
+  const std::shared_ptr<Handler> handler = it->second.handler;
+  const int bits = ready & it->second.interest;
+  if (bits) (*handler)(bits);
+}
+
+void Loop::RunDueTimers() {
+  const int64_t now = NowMs();
+  const uint64_t added_before = timer_count_;
+  // Each turn takes the earliest timer again: a handler may have cancelled any of the others.
+  for (auto it = timers_.begin(); it != timers_.end() && it->first.first <= now;) {
+    if (it->first.second > added_before) {
+      ++it;  // added by a handler of this call: it waits for the next one
+      continue;
+    }
+    std::function<void()> handler = std::move(it->second);
+    timers_.erase(it);
+    handler();
+    it = timers_.begin();
+  }
+}
+
+bool Loop::RunOnce(int max_wait_ms) {
+  if (watches_.empty() && timers_.empty()) return false;
+  int64_t wait = MillisecondsUntilNextTimer();
+  if (max_wait_ms >= 0 && (wait < 0 || wait > max_wait_ms)) wait = max_wait_ms;
+  std::vector<pollfd> polled;
+  polled.reserve(watches_.size());
+  for (const auto& [fd, entry] : watches_) {
+    polled.push_back(
+        {fd,
+         static_cast<short>(((entry.interest & kReadable) ? POLLIN : 0) | ((entry.interest & kWritable) ? POLLOUT : 0)),
+         0});
+  }
+  const int n = ::poll(polled.data(), polled.size(), static_cast<int>(std::min<int64_t>(wait, INT32_MAX)));
+  if (n > 0) {
+    for (const pollfd& p : polled) {
+      if (!p.revents) continue;
+      int ready = 0;
+      if (p.revents & (POLLERR | POLLHUP | POLLNVAL)) ready = kReadable | kWritable;
+      if (p.revents & POLLIN) ready |= kReadable;
+      if (p.revents & POLLOUT) ready |= kWritable;
+      Dispatch(p.fd, ready);
+    }
+  }
+  RunDueTimers();
+  return true;
+}
+
+}  // namespace vmio::engine
