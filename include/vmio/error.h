@@ -31,12 +31,15 @@ enum RuntimeError : int32_t {
   kHttpConnectFailed = 13104,
   kHttpReceiveFailed = 13106,
   kHttpCancelled = 13107,
+  // An object used from a thread other than its own: what an automation host reports for a
+  // call that crosses apartments (0x8001010E as a signed number).
+  kWrongThread = -2147417842,
 };
 
 class VMIO_API AutomationError : public std::runtime_error {
  public:
   // A run-time error with the automation run-time's standard text for its number
-  // (5, 6, 7, 9, 13, 91, 429, 438, 450, 457); an empty description for other numbers.
+  // (5, 6, 7, 9, 13, 91, 429, 438, 450, 457, kWrongThread); an empty description for others.
   explicit AutomationError(int32_t number);
   AutomationError(int32_t number, std::string description);
 

@@ -48,10 +48,19 @@ struct VMIO_API MemberTable {
   const Member* Find(int32_t dispid, MemberKind kind) const;
 };
 
+// An object belongs to the thread that created it, as an automation object belongs to its
+// apartment: every call must come from that thread. The library holds no locks, so a call
+// from another thread is refused (kWrongThread) rather than left to race; late-bound calls,
+// the C API and Python check it on every call. A host that wants several threads gives each
+// its own objects.
 class VMIO_API Object {
  public:
+  Object();
   virtual ~Object() = default;
   virtual const MemberTable& Members() const;
+
+  // Raises kWrongThread unless called on the thread that created the object.
+  void RequireOwnThread() const;
 
   // Calls a method or reads a property by name. Raises 438 when the object has no such member
   // and 450 for the wrong number of arguments; the member's own errors pass through.
@@ -60,6 +69,9 @@ class VMIO_API Object {
   void Put(std::string_view member, std::span<const Variant> args);
   // The same through a table entry already found (by dispatch id, say).
   Variant Invoke(const Member& member, std::span<const Variant> args);
+
+ private:
+  const void* owner_;  // the creating thread's token (an address unique among live threads)
 };
 
 // Building member table entries from member functions, so a table states only names and ids:

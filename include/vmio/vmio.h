@@ -13,7 +13,12 @@
  *
  * The ABI is stable within a major version (libvmio.so.0): functions are only ever added, and
  * vmio_value keeps its layout. As in C++, every call runs on the caller's thread, and timers
- * run only inside vmio_run_pending_events. */
+ * run only inside vmio_run_pending_events.
+ *
+ * Threads: an object belongs to the thread that created it. A call on it from any other thread
+ * returns -2147417842 (0x8001010E) "The application called an interface that was marshalled
+ * for a different thread." and changes nothing; vmio_release may come from any thread once no
+ * other call is running. A host with several threads gives each its own objects. */
 #ifndef VMIO_VMIO_H
 #define VMIO_VMIO_H
 

@@ -58,6 +58,7 @@ int32_t Guard(Body body) noexcept {
 
 vmio::Object& ObjectOf(vmio_object* handle) {
   if (!handle || !handle->object) vmio::Raise(vmio::kObjectNotSet);
+  handle->object->RequireOwnThread();
   return *handle->object;
 }
 

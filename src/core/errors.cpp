@@ -28,6 +28,8 @@ std::string StandardErrorText(int32_t number) {
       return "Wrong number of arguments or invalid property assignment";
     case kKeyAlreadyAssociated:
       return "This key is already associated with an element of this collection";
+    case kWrongThread:
+      return "The application called an interface that was marshalled for a different thread.";
     default:
       return {};
   }

@@ -28,6 +28,21 @@ const Member* MemberTable::Find(int32_t dispid, MemberKind kind) const {
   return FindIn(this, kind, [&](const Member& m) { return m.dispid == dispid; });
 }
 
+namespace {
+// The address of a thread-local is unique among the threads alive at once, and cheaper to
+// compare than a thread id.
+const void* ThreadToken() {
+  static thread_local const char token = 0;
+  return &token;
+}
+}  // namespace
+
+Object::Object() : owner_(ThreadToken()) {}
+
+void Object::RequireOwnThread() const {
+  if (owner_ != ThreadToken()) Raise(kWrongThread);
+}
+
 const MemberTable& Object::Members() const { return kNoMembers; }
 
 Variant Object::Call(std::string_view member, std::span<const Variant> args) {
@@ -45,6 +60,7 @@ void Object::Put(std::string_view member, std::span<const Variant> args) {
 }
 
 Variant Object::Invoke(const Member& member, std::span<const Variant> args) {
+  RequireOwnThread();
   if (args.size() != member.param_count) Raise(kWrongArgumentCount);
   return member.invoke(*this, args);
 }
