@@ -84,7 +84,7 @@ def test_the_trace_tells_why_a_connect_failed(guarded_camera_sim, caplog):
         vmio.set_trace(None)
     assert (raised.value.number, raised.value.description) == (45001, "Unable to connect to the device")
     trace = "\n".join(texts)
-    assert "401 Unauthorized" in trace and "Wrong-Guess" not in trace
+    assert "401 Unauthorized" in trace and "root:***@" in trace and "Wrong-Guess" not in trace
 
     caplog.set_level(logging.DEBUG, logger="vmio")
     assert vmio.trace_to_logging() is logging.getLogger("vmio")

@@ -5,6 +5,7 @@
 set -euo pipefail
 build=$(cd "$1" && pwd)
 here=$(cd "$(dirname "$0")" && pwd)
+# shellcheck source=SCRIPTDIR/prefix.sh
 source "$here/prefix.sh"
 work=$(mktemp -d)
 sim_pid=
@@ -27,13 +28,15 @@ send_sim "$work/env" "input 1 on"
 send_sim "$work/env" "output 2 on"
 printf -v expected '%s\n' "4 ports" "0	Door	input	on" "1	Window	input	off" "2	Light	bidirectional	off" \
   "3	Siren	bidirectional	on"
-for host in "$work/examples/list_ports_c" "$work/examples/list_ports_cpp" \
-  "$python $here/../../examples/list_ports.py"; do
-  # shellcheck disable=SC2086
-  output=$($host "$device")
+expect_ports() {
+  local output
+  output=$("$@" "$device")
   [ "$output"$'\n' == "$expected" ] || {
-    printf 'unexpected output of %s:\n%s\nexpected:\n%s' "$host" "$output" "$expected" >&2
+    printf 'unexpected output of %s:\n%s\nexpected:\n%s' "$*" "$output" "$expected" >&2
     exit 1
   }
-done
+}
+expect_ports "$work/examples/list_ports_c"
+expect_ports "$work/examples/list_ports_cpp"
+expect_ports "$python" "$here/../../examples/list_ports.py"
 echo "the C, C++ and Python examples list the simulated camera's ports"

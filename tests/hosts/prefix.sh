@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034  # sets variables for the script that sources it
 # Sourced by the host tests: make_prefix BUILD_DIR DIR makes DIR a Python virtual environment
 # (with the system's site packages: pytest, mypy, setuptools and wheel from Debian) and installs
 # there the build's library, headers and programs (cmake --install) and the Python package,

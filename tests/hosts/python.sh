@@ -5,6 +5,7 @@
 set -euo pipefail
 build=$(cd "$1" && pwd)
 here=$(cd "$(dirname "$0")" && pwd)
+# shellcheck source=SCRIPTDIR/prefix.sh
 source "$here/prefix.sh"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
