@@ -10,7 +10,7 @@ source "$here/prefix.sh"
 work=$(mktemp -d)
 sim_pid=
 cleanup() {
-  [ -n "$sim_pid" ] && kill "$sim_pid" 2>/dev/null
+  [ -z "$sim_pid" ] || kill "$sim_pid" 2>/dev/null || true  # it may have ended already
   rm -rf "$work"
 }
 trap cleanup EXIT
