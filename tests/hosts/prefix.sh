@@ -1,6 +1,6 @@
 # shellcheck shell=bash disable=SC2034  # sets variables for the script that sources it
 # Sourced by the host tests: make_prefix BUILD_DIR DIR makes DIR a Python virtual environment
-# (with the system's site packages: pytest, mypy, setuptools and wheel from Debian) and installs
+# (with the system's site packages: pip, pytest, mypy, setuptools and wheel from Debian) and installs
 # there the build's library, headers and programs (cmake --install) and the Python package,
 # as a wheel built offline from a copy of python/ (a build in place would write into the tree).
 # It sets python to the environment's interpreter and wheel to the wheel built.
@@ -9,7 +9,7 @@ make_prefix() {
   source=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
   local system_python=/usr/bin/python3  # Debian's, which has the packages scripts/deps.sh installs
   [ -x "$system_python" ] || system_python=$(command -v python3)
-  "$system_python" -m venv --system-site-packages "$dir"
+  "$system_python" -m venv --system-site-packages --without-pip "$dir"  # Debian's pip serves it
   cmake --install "$build" --prefix "$dir" >/dev/null
   python=$dir/bin/python
   cp -rL "$source/python" "$dir/package-source"
