@@ -4,6 +4,8 @@
 set -euo pipefail
 pkgs=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libcpp-httplib-dev
       libmodbus-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format python3-pytest
+      python3-venv python3-pip python3-setuptools python3-wheel python3-mypy  # the Python package
+      doxygen                                                                 # the API reference
       clang libclang-rt-14-dev)  # clang and its runtime: the libFuzzer targets
 if (($#)); then pkgs=("$@"); fi
 missing=()

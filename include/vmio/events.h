@@ -1,11 +1,12 @@
 #pragma once
-// Timer callbacks and letting them run.
-//
-// The library starts no threads: a timer belongs to the thread that started it, and its
-// callbacks run only on that thread, when its host lets pending events run, either by calling
-// RunPendingEvents or inside a library call that waits and lets events run meanwhile (the
-// serial reply wait). A host with its own poll/epoll loop asks MillisecondsUntilNextEvent how
-// long it may sleep.
+/// @file
+/// Timer callbacks and letting them run.
+///
+/// The library starts no threads: a timer belongs to the thread that started it, and its
+/// callbacks run only on that thread, when its host lets pending events run, either by calling
+/// RunPendingEvents or inside a library call that waits and lets events run meanwhile (the
+/// serial reply wait). A host with its own poll/epoll loop asks MillisecondsUntilNextEvent how
+/// long it may sleep.
 #include <cstdint>
 #include <memory>
 
@@ -14,24 +15,24 @@
 
 namespace vmio {
 
-// Starts a periodic timer that calls target->Callback() every interval milliseconds (an
-// interval below 10 ms counts as 10, a negative one as the longest, as the system timers
-// do) and returns its identifier (never 0). The timer holds a strong reference to target
-// until it is stopped. A thread runs at most 10000 timers; a start beyond that fails, and the
-// failed start is registered under identifier 0 (so a second failed start raises 457 until
-// StopCallbackTimer(0)).
+/// Starts a periodic timer that calls target->Callback() every interval milliseconds (an
+/// interval below 10 ms counts as 10, a negative one as the longest, as the system timers
+/// do) and returns its identifier (never 0). The timer holds a strong reference to target
+/// until it is stopped. A thread runs at most 10000 timers; a start beyond that fails, and the
+/// failed start is registered under identifier 0 (so a second failed start raises 457 until
+/// StopCallbackTimer(0)).
 VMIO_API int32_t StartCallbackTimer(std::shared_ptr<Callbackable> target, int32_t interval);
 
-// Stops the timer and releases its target; its callback never runs again, even if it was
-// already due. Raises 5 when this thread has no timer with that identifier.
+/// Stops the timer and releases its target; its callback never runs again, even if it was
+/// already due. Raises 5 when this thread has no timer with that identifier.
 VMIO_API void StopCallbackTimer(int32_t id);
 
-// Runs, once each, the callbacks of this thread's timers that are due, then returns. A timer
-// that missed several periods fires once; its next time stays on its original beat.
+/// Runs, once each, the callbacks of this thread's timers that are due, then returns. A timer
+/// that missed several periods fires once; its next time stays on its original beat.
 VMIO_API void RunPendingEvents();
 
-// Milliseconds until this thread's next timer is due (0 when one is due now), or -1 when
-// no timer is running.
+/// Milliseconds until this thread's next timer is due (0 when one is due now), or -1 when
+/// no timer is running.
 VMIO_API int32_t MillisecondsUntilNextEvent();
 
 }  // namespace vmio

@@ -3,11 +3,8 @@
 import os
 import shutil
 import subprocess
-import sys
 
 import pytest
-
-sys.path.insert(0, os.path.join(os.path.dirname(__file__), ".."))
 
 
 class Sim:

@@ -1,5 +1,8 @@
-"""The Python package against simulated devices run by vmio-sim."""
+"""The installed Python package against simulated devices run by vmio-sim."""
 
+import importlib.metadata
+import importlib.resources
+import logging
 import time
 
 import pytest
@@ -8,13 +11,13 @@ import vmio
 
 
 def test_a_camera_lists_reads_and_switches_its_ports(camera_sim):
-    with vmio.create("axis").connect(camera_sim.device) as camera:
+    with vmio.Device.create("axis").connect(camera_sim.device) as camera:
         assert len(camera) == 6
         ports = camera.ports
         assert [p.name for p in ports[:2]] == ["Door", "Window"]
-        assert ports[0].direction is vmio.Direction.INPUT
-        assert ports[4].direction != vmio.Direction.INPUT
-        assert {p.type for p in ports} == {11}
+        assert ports[0].direction is vmio.Direction.INPUT and ports[0].direction == 1
+        assert ports[4].direction is vmio.Direction.BIDIRECTIONAL
+        assert {p.type for p in ports} == {vmio.ValueType.BOOL} == {11}
         assert [p.value for p in ports] == [False] * 6
 
         ports[4].value = True
@@ -29,7 +32,12 @@ def test_errors_carry_the_librarys_number_and_text(camera_sim):
         vmio.create("VMIO.Toaster")
     assert (unknown.value.number, unknown.value.description) == (429, "ActiveX component can't create object")
 
+    with pytest.raises(TypeError, match="VMIO.LogITEnum is not a vmio.Device"):
+        vmio.Device.create("logitenum")
+    assert type(vmio.Enumerator.create("logitenum")) is vmio.Enumerator
+
     camera = vmio.create("VMIO.Axis")
+    assert type(camera) is vmio.Device
     with pytest.raises(vmio.AutomationError) as early:
         len(camera)
     assert (early.value.number, early.value.description) == (45003, "Not connected")
@@ -65,7 +73,7 @@ def test_members_are_reached_by_name(camera_sim):
     assert raised.value.number == 438
 
 
-def test_the_trace_tells_why_a_connect_failed(guarded_camera_sim):
+def test_the_trace_tells_why_a_connect_failed(guarded_camera_sim, caplog):
     authority = guarded_camera_sim.device.split("@", 1)[1]
     texts = []
     vmio.set_trace(texts.append)
@@ -77,6 +85,44 @@ def test_the_trace_tells_why_a_connect_failed(guarded_camera_sim):
     assert (raised.value.number, raised.value.description) == (45001, "Unable to connect to the device")
     trace = "\n".join(texts)
     assert "401 Unauthorized" in trace and "root:***@" in trace and "Wrong-Guess" not in trace
+
+    caplog.set_level(logging.DEBUG, logger="vmio")
+    assert vmio.trace_to_logging() is logging.getLogger("vmio")
+    try:
+        with pytest.raises(vmio.AutomationError):
+            vmio.create("axis").connect("root:Wrong-Guess@" + authority)
+    finally:
+        vmio.set_trace(None)
+    logged = [r.getMessage() for r in caplog.records if r.name == "vmio" and r.levelno == logging.DEBUG]
+    assert any("401 Unauthorized" in text for text in logged)
+    assert not any("Wrong-Guess" in text for text in logged)
+
+    with pytest.raises(vmio.AutomationError):  # stopped: nothing more is logged
+        vmio.create("axis").connect("root:Wrong-Guess@" + authority)
+    assert len(caplog.records) == len(logged)
+
+
+def test_objects_and_ports_say_what_they_are(guarded_camera_sim, logger_sim, monkeypatch):
+    camera = vmio.create("AXIS")
+    assert repr(camera) == "<vmio.Device VMIO.Axis not connected>"
+    camera.connect(guarded_camera_sim.device)
+    authority = guarded_camera_sim.device.split("@", 1)[1]
+    assert repr(camera) == "<vmio.Device VMIO.Axis at %s>" % authority  # no credentials
+    assert repr(camera.port(0)) == "<vmio.Port 0 'Front door' INPUT BOOL>"
+    assert repr(camera.port(9)) == "<vmio.Port 9 (Subscript out of range)>"
+    camera.disconnect()
+    assert repr(camera) == "<vmio.Device VMIO.Axis not connected>"
+
+    root, paths = logger_sim
+    monkeypatch.setenv("VMIO_SYSFS_ROOT", root)
+    found = vmio.create("logitenum")
+    assert repr(found) == "<vmio.Enumerator VMIO.LogITEnum: 2 devices>"
+    assert repr(found[0]) == "DeviceInfo(id=%r, name='LogIT Black Box 1')" % paths[0]
+
+
+def test_the_installed_package_is_typed_and_matches_the_library():
+    assert importlib.metadata.version("vmio") == vmio.version
+    assert importlib.resources.files("vmio").joinpath("py.typed").is_file()
 
 
 def test_classes_and_events():

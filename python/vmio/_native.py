@@ -1,8 +1,14 @@
-"""The C interface of libvmio (vmio/vmio.h), declared for ctypes."""
+"""The C interface of libvmio (vmio/vmio.h), declared for ctypes, and where the library is found."""
+
+from __future__ import annotations
 
 import ctypes
-import ctypes.util
 import os
+import sysconfig
+from pathlib import Path
+from typing import Any, Iterator
+
+SONAME = "libvmio.so.0"
 
 
 class Value(ctypes.Structure):
@@ -25,7 +31,7 @@ _p_text = ctypes.POINTER(ctypes.c_void_p)
 _p_value = ctypes.POINTER(Value)
 
 # name: (result, arguments)
-_SIGNATURES = {
+_SIGNATURES: dict[str, tuple[Any, list[Any]]] = {
     "vmio_version": (ctypes.c_char_p, []),
     "vmio_error_description": (ctypes.c_char_p, []),
     "vmio_free": (None, [ctypes.c_void_p]),
@@ -54,16 +60,37 @@ _SIGNATURES = {
 }
 
 
-def _load():
-    """VMIO_LIBRARY when set (a path), else the system's libvmio.so.0."""
-    candidates = [os.environ.get("VMIO_LIBRARY"), ctypes.util.find_library("vmio"), "libvmio.so.0"]
+def _in_prefix(prefix: Path) -> Iterator[str]:
+    """Where an install into prefix puts the library: lib/, or lib/<multiarch>/ under /usr."""
+    multiarch = sysconfig.get_config_var("MULTIARCH")
+    for libdir in ("lib", "lib/" + multiarch if multiarch else None, "lib64"):
+        if libdir and (prefix / libdir / SONAME).is_file():
+            yield str(prefix / libdir / SONAME)
+
+
+def candidates() -> Iterator[str]:
+    """The library installed in this package's own prefix (a virtual environment, /usr/local),
+    then whatever the dynamic loader finds under the soname, then /usr/local, which the loader
+    misses until ldconfig has run after an install there."""
+    package_dir = Path(__file__).resolve().parent
+    for prefix in list(package_dir.parents)[:5]:  # .../lib/python3.X/site-packages/vmio
+        yield from _in_prefix(prefix)
+    yield SONAME
+    yield from _in_prefix(Path("/usr/local"))
+
+
+def _load() -> ctypes.CDLL:
+    """VMIO_LIBRARY (a path) when set, and then only that; else the first candidate that loads."""
+    override = os.environ.get("VMIO_LIBRARY")
+    names = [override] if override else list(candidates())
     errors = []
-    for name in filter(None, candidates):
+    for name in names:
         try:
             return ctypes.CDLL(name)
         except OSError as e:
             errors.append(str(e))
-    raise ImportError("libvmio not found (set VMIO_LIBRARY to its path): " + "; ".join(errors))
+    hint = "" if override else " (install it, or set VMIO_LIBRARY to its path)"
+    raise ImportError("libvmio not found%s: %s" % (hint, "; ".join(errors)))
 
 
 lib = _load()
