@@ -142,3 +142,20 @@ def test_enumerators_iterate_their_records(logger_sim, monkeypatch):
     assert found[-1].id == paths[1]
     with pytest.raises(IndexError):
         found[2]
+
+
+def test_a_device_refuses_other_threads_and_stays_usable(camera_sim):
+    import asyncio
+
+    camera = vmio.Device.create("axis").connect(camera_sim.device)
+
+    async def read_from_threads():
+        return await asyncio.gather(*(asyncio.to_thread(lambda: camera.port(0).value) for _ in range(12)),
+                                    return_exceptions=True)
+
+    for outcome in asyncio.run(read_from_threads()):
+        assert isinstance(outcome, vmio.AutomationError)
+        assert (outcome.number, outcome.description) == (
+            -2147417842, "The application called an interface that was marshalled for a different thread.")
+    assert camera.port(0).value is False
+    camera.disconnect()
