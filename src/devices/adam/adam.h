@@ -19,7 +19,7 @@
 #include <string>
 
 #include "core/common.h"
-#include "core/port_table.h"
+#include "devices/common/port_table_device.h"
 #include "net/modbus_t.h"
 
 namespace vmio {

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "core/common.h"
-#include "http/device_request.h"
+#include "devices/http/http_device.h"
 
 namespace vmio {
 

@@ -1,4 +1,4 @@
-#include "core/port_table.h"
+#include "devices/common/port_table_device.h"
 
 #include <cstdint>
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/port_table.h"
+#include "devices/common/port_table_device.h"
 #include "http/http_client.h"
 
 namespace vmio {

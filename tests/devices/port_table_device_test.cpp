@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "core/errors.h"
-#include "core/port_table.h"
+#include "devices/common/port_table_device.h"
 #include "support/raised.h"
 
 namespace vmio {

@@ -1,10 +1,10 @@
 // The request routine the HTTP drivers share, through a driver that only exposes it.
-#include "http/device_request.h"
+#include "devices/http/http_device.h"
 
 #include <gtest/gtest.h>
 
+#include "http/raw_peer.h"
 #include "http_sim_server.h"
-#include "raw_peer.h"
 
 namespace vmio {
 namespace {

@@ -1,4 +1,4 @@
-#include "http/device_request.h"
+#include "devices/http/http_device.h"
 
 #include "core/errors.h"
 #include "core/string_encoding.h"
