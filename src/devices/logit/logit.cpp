@@ -1,6 +1,7 @@
 #include "devices/logit/logit.h"
 
 #include <chrono>
+#include <optional>
 #include <thread>
 
 #include "core/common.h"
@@ -28,6 +29,20 @@ bool IsOnOffTable(const std::string& table) { return table == "OffOn" || table =
 std::string TableOf(uint8_t SensorType) {
   const SensorRecord* sensor = FindSensor(std::to_string(SensorType));
   return sensor && sensor->size() > 6 ? (*sensor)[6] : std::string();
+}
+
+// A reading as its sensor's table gives it: the raw number without a table, empty when the
+// file does not define the table, and a Boolean for an on/off table.
+Variant Converted(int32_t raw, const std::string& table) {
+  if (table.empty()) return Variant(raw);
+  std::optional<double> value;
+  try {
+    value = ConvertReading(raw, table);
+  } catch (const AutomationError&) {
+    // A table the file does not define: the reading stays empty.
+  }
+  if (IsOnOffTable(table)) return Variant(value == 1.0);
+  return value ? Variant(*value) : Variant();
 }
 
 [[noreturn]] void RaiseCommunicationError() { Raise(IOErrorGettingValue, "Device communication error"); }
@@ -136,16 +151,7 @@ void LogIT::ReadGroup(int32_t Index) {
   const std::vector<uint8_t> reply = ReceiveBytes(2, 50);
   const int32_t raw = reply[0] * 256 + reply[1];
 
-  const std::string table = TableOf(sensor_type_[static_cast<size_t>(Index)]);
-  if (table.empty()) return SetValue(Index, Variant(raw));
-  Variant value;
-  try {
-    value = Variant(ConvertReading(raw, table));
-  } catch (const AutomationError&) {
-    // A table the file does not define: the reading stays empty.
-  }
-  if (IsOnOffTable(table)) value = Variant(!value.IsEmpty() && value.AsDouble() == 1);
-  SetValue(Index, std::move(value));
+  SetValue(Index, Converted(raw, TableOf(sensor_type_[static_cast<size_t>(Index)])));
 }
 
 void LogIT::PortValue(int32_t Index, const Variant& NewValue) {
