@@ -36,14 +36,7 @@ const std::string& Ansi(const std::string& text, std::string& storage) {
 int32_t Clamp32(int64_t n) { return static_cast<int32_t>(std::min<int64_t>(n, std::numeric_limits<int32_t>::max())); }
 
 HttpResponse Failure(int32_t number, std::string text) {
-  HttpResponse response;
-  response.error = number;
-  response.error_text = std::move(text);
-  return response;
-}
-
-void RaiseFailure(const HttpResponse& response) {
-  if (!response.Answered()) Raise(response.error, response.error_text);
+  return ExchangeFailure<HttpResponse>(number, std::move(text));
 }
 
 class ActiveRequest {
@@ -224,7 +217,7 @@ HttpResponse HTTPClient::Fetch(const std::string& URL) {
   ActiveRequest active(active_requests_);
   MemorySink sink;
   HttpResponse response = Perform(URL, {}, {}, sink);
-  if (response.Answered()) response.body = std::move(sink.body);
+  if (response.Ok()) response.body = std::move(sink.body);
   return response;
 }
 
@@ -232,7 +225,7 @@ std::vector<uint8_t> HTTPClient::GetResource(const std::string& URL, const std::
                                              const std::string& PostData) {
   ActiveRequest active(active_requests_);
   MemorySink sink;
-  RaiseFailure(Perform(URL, SendHeaders, PostData, sink));
+  Perform(URL, SendHeaders, PostData, sink).RaiseIfFailed();
   return std::move(sink.body);
 }
 
@@ -240,7 +233,7 @@ void HTTPClient::DownloadResource(const std::string& URL, const std::string& Fil
                                   const std::string& PostData) {
   ActiveRequest active(active_requests_);
   FileSink sink(FileName);
-  RaiseFailure(Perform(URL, SendHeaders, PostData, sink));
+  Perform(URL, SendHeaders, PostData, sink).RaiseIfFailed();
 }
 
 std::string HTTPClient::GetResultCode(std::string* Text) const { return StatusCodeOf(last_headers_, Text); }

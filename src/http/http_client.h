@@ -20,6 +20,8 @@
 #include <string>
 #include <vector>
 
+#include "core/exchange_result.h"
+
 namespace vmio {
 
 inline constexpr char kDefaultHttpUserAgent[] = "Tolvane HTTP Client Object";
@@ -31,13 +33,10 @@ class HttpBodySink;
 
 // One request's outcome as a value: the reply of any status, or the client's error (its
 // number and the text GetResource would raise with) and nothing else.
-struct HttpResponse {
-  int32_t error = 0;  // 0 when the server answered
-  std::string error_text;
+struct HttpResponse : ExchangeError {
   std::string headers;  // the raw header block, status line first (as GetHeader(""))
   std::vector<uint8_t> body;
 
-  bool Answered() const { return error == 0; }
   // Whether the status line carries "200" at characters 10-12.
   bool StatusIs200() const { return headers.size() >= 12 && headers.compare(9, 3, "200") == 0; }
 };

@@ -20,15 +20,12 @@ constexpr int32_t kConnectTimeoutMs = 5000;
 constexpr int kMaxDiscardReads = 64;
 
 ModbusResult Failure(int32_t number, std::string text) {
-  ModbusResult result;
-  result.error = number;
-  result.error_text = std::move(text);
-  return result;
+  return ExchangeFailure<ModbusResult>(number, std::move(text));
 }
 
 // The data of a result, or its error raised.
 std::vector<uint8_t> TakeData(ModbusResult result) {
-  if (!result.Ok()) Raise(result.error, std::move(result.error_text));
+  result.RaiseIfFailed();
   return std::move(result.data);
 }
 

@@ -25,6 +25,7 @@
 #include <variant>
 #include <vector>
 
+#include "core/exchange_result.h"
 #include "core/trace.h"
 #include "net/socket.h"
 
@@ -36,12 +37,8 @@ using ModbusArg = std::variant<std::monostate, int16_t, std::vector<uint8_t>>;
 
 // One exchange's outcome as a value: the reply's data, or the client's error (its number and
 // the text the raising calls raise with).
-struct ModbusResult {
-  int32_t error = 0;  // 0 when a valid reply came
-  std::string error_text;
+struct ModbusResult : ExchangeError {
   std::vector<uint8_t> data;
-
-  bool Ok() const { return error == 0; }
 };
 
 class ModbusT {

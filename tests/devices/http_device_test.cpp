@@ -39,7 +39,7 @@ TEST(DeviceRequestTest, GivesTheBodyOnlyFor200) {
   device.Connect(server.Authority());  // no credentials: a 401 page, which is no answer
   EXPECT_EQ(device.RequestPath("/io?x=1"), std::nullopt);
   const HttpResponse page = device.Fetch("/io?x=1");
-  ASSERT_TRUE(page.Answered());
+  ASSERT_TRUE(page.Ok());
   EXPECT_FALSE(page.StatusIs200());
   EXPECT_NE(device.BodyText(page).find("401 Unauthorized"), std::string::npos) << device.BodyText(page);
 

@@ -72,10 +72,6 @@ class TwoGroups : public PortTableDevice {
  public:
   explicit TwoGroups(ReadCaching caching) : PortTableDevice(caching) {}
   void BuildPortTable() override { ResizePorts(2); }
-  int32_t GroupOf(int32_t Index) override {
-    CheckIndex(Index);
-    return Index;
-  }
   void ReadGroup(int32_t Group) override {
     ++reads[Group];
     if (fail) RaiseGettingValue();

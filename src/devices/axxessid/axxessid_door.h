@@ -32,10 +32,6 @@ class AxxessIDDoor final : public AX200Device {
 
  private:
   void BuildPortTable() override;
-  int32_t GroupOf(int32_t Index) override {
-    CheckIndex(Index);
-    return Index;
-  }
   void ReadGroup(int32_t Index) override;
   void DoorStatus() override;
   void Disconnected() override;

@@ -55,6 +55,11 @@ Variant PortTableDevice::PortValue(int32_t Index) {
   return Value(Index);
 }
 
+int32_t PortTableDevice::GroupOf(int32_t Index) {
+  CheckIndex(Index);
+  return Index;
+}
+
 void PortTableDevice::ResizePorts(int64_t count, int32_t type) {
   if (count < 0 || count > kMaxPorts) {
     if (count < 0) Raise(kSubscriptOutOfRange);

@@ -9,9 +9,10 @@
 //   Connect        Host = Device; unconnected until BuildPortTable returns, so a Connect that
 //                  fails at any step leaves Connected false when its error is raised
 //   Ports          45003 "Not connected" unless connected (RequireConnected), else PortCount
-//   PortDirection  9 outside 0..PortCount-1 (CheckIndex), else the stored direction
-//   PortType       9 outside the table, else the stored type (no connection test)
-//   PortName       9 outside the table, else the stored name (no connection test)
+//   PortDirection  9 outside 0..PortCount-1 (CheckIndex), else the stored direction (no
+//                  connection test)
+//   PortType       likewise the stored type (no connection test)
+//   PortName       likewise the stored name (no connection test)
 //   PortValue      45003 unless connected; the group's refresh when stale; the stored value
 //                  (9 outside the value table)
 //   Disconnect     Connected = false, Host = ""; nothing is sent, the table is kept
@@ -54,8 +55,9 @@ class PortTableDevice : public IODevice {
   // Asks the device for its layout and fills the table; raises when it cannot. A driver that
   // must stay connected past one of its steps sets Connected itself.
   virtual void BuildPortTable() = 0;
-  // The group a read of Index refreshes (kNoGroup: none); may raise for a bad index.
-  virtual int32_t GroupOf(int32_t Index) = 0;
+  // The group a read of Index refreshes (kNoGroup: none); may raise for a bad index. Unless a
+  // driver says otherwise, each port is its own group, its index checked first.
+  virtual int32_t GroupOf(int32_t Index);
   // Reads one group's states from the device into the table; raises when it cannot.
   virtual void ReadGroup(int32_t Group) = 0;
 

@@ -23,7 +23,7 @@ HttpResponse HttpDevice::Fetch(std::string_view Path) { return client_.Fetch(Url
 std::string HttpDevice::BodyText(const HttpResponse& response) { return BytesToString(response.body, kCodePage1252); }
 
 std::optional<std::string> HttpDevice::Body200(const HttpResponse& response) {
-  if (!response.Answered() || !response.StatusIs200()) return std::nullopt;
+  if (!response.Ok() || !response.StatusIs200()) return std::nullopt;
   return BodyText(response);
 }
 

@@ -57,7 +57,7 @@ void StarDot::BuildPortTable() {
 
 std::string StarDot::FetchPath(std::string_view Path) {
   const HttpResponse response = Fetch(Path);
-  if (!response.Answered()) Raise(response.error, response.error_text);
+  response.RaiseIfFailed();
   return BodyText(response);
 }
 

@@ -63,10 +63,6 @@ class RS232 final : public PortTableDevice {
   // No connected flag: a read without a line raises 91 and one on a line that failed to open
   // raises the line's 8018, from the line itself.
   void RequireConnected() override {}
-  int32_t GroupOf(int32_t Index) override {
-    CheckIndex(Index);
-    return Index;
-  }
   void ReadGroup(int32_t Index) override;
   SerialLine& Line();
   std::string ReadText();
