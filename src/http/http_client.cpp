@@ -35,6 +35,10 @@ const std::string& Ansi(const std::string& text, std::string& storage) {
 
 int32_t Clamp32(int64_t n) { return static_cast<int32_t>(std::min<int64_t>(n, std::numeric_limits<int32_t>::max())); }
 
+HttpResponse Failure(int32_t number, std::string text) {
+  return ExchangeFailure<HttpResponse>(number, std::move(text));
+}
+
 class ActiveRequest {
  public:
   explicit ActiveRequest(int16_t& count) : count_(count) { ++count_; }
@@ -142,10 +146,15 @@ class Exchange final : public HttpReceiver {
     return !cancel;
   }
 
-  // Raises why the receiver stopped the request: a failure of its own, else a cancel.
-  [[noreturn]] void RaiseStop() const {
-    if (thrown_) std::rethrow_exception(thrown_);
-    Raise(kHttpCancelled, "Download cancelled");
+  // Why the receiver stopped the request: a failure of its own, else a cancel. Exceptions
+  // other than the library's (a Progress handler's own) are rethrown as they are.
+  HttpResponse StopFailure() const {
+    if (!thrown_) return Failure(kHttpCancelled, "Download cancelled");
+    try {
+      std::rethrow_exception(thrown_);
+    } catch (const AutomationError& e) {
+      return Failure(e.Number(), e.Description());
+    }
   }
 
   std::string TakeHeaders() { return headers_.Take(); }
@@ -164,10 +173,10 @@ HTTPClient::HTTPClient() : session_(OpenSession({})) {}
 
 HTTPClient::~HTTPClient() = default;
 
-void HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders, const std::string& PostData,
-                         HttpBodySink& sink) {
+HttpResponse HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders, const std::string& PostData,
+                                 HttpBodySink& sink) {
   // A session that failed to re-open (UserAgent) leaves none: the request cannot start.
-  if (!session_) Raise(kHttpSessionFailed, "Failed to initialise the HTTP session");
+  if (!session_) return Failure(kHttpSessionFailed, "Failed to initialise the HTTP session");
   std::string url_storage;
   std::string headers_storage;
   std::string post_storage;
@@ -181,27 +190,42 @@ void HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders,
     case HttpOutcome::Truncated:  // an early close is an end of data, as the platform reports it
       break;
     case HttpOutcome::BadUrl:
-      Raise(kHttpSessionFailed, "Failed to initialise the HTTP session");
+      return Failure(kHttpSessionFailed, "Failed to initialise the HTTP session");
     case HttpOutcome::NoRequest:
-      Raise(kHttpRequestFailed, "Failed to initialise the HTTP request");
+      return Failure(kHttpRequestFailed, "Failed to initialise the HTTP request");
     case HttpOutcome::Offline:
-      Raise(kHttpRequestFailed, "Windows is in offline mode.");
+      return Failure(kHttpRequestFailed, "Windows is in offline mode.");
     case HttpOutcome::NoResponse:
-      Raise(kHttpConnectFailed, "Failed to connect to the HTTP server.");
+      return Failure(kHttpConnectFailed, "Failed to connect to the HTTP server.");
     case HttpOutcome::BodyBroken:
-      Raise(kHttpReceiveFailed, "Disconnected while recieving data");
+      return Failure(kHttpReceiveFailed, "Disconnected while recieving data");
     case HttpOutcome::Stopped:
-      exchange.RaiseStop();
+      return exchange.StopFailure();
   }
-  sink.Finish(result.content_length);
+  try {
+    sink.Finish(result.content_length);
+  } catch (const AutomationError& e) {
+    return Failure(e.Number(), e.Description());
+  }
   last_headers_ = exchange.TakeHeaders();
+  HttpResponse response;
+  response.headers = last_headers_;
+  return response;
+}
+
+HttpResponse HTTPClient::Fetch(const std::string& URL) {
+  ActiveRequest active(active_requests_);
+  MemorySink sink;
+  HttpResponse response = Perform(URL, {}, {}, sink);
+  if (response.Ok()) response.body = std::move(sink.body);
+  return response;
 }
 
 std::vector<uint8_t> HTTPClient::GetResource(const std::string& URL, const std::string& SendHeaders,
                                              const std::string& PostData) {
   ActiveRequest active(active_requests_);
   MemorySink sink;
-  Perform(URL, SendHeaders, PostData, sink);
+  Perform(URL, SendHeaders, PostData, sink).RaiseIfFailed();
   return std::move(sink.body);
 }
 
@@ -209,7 +233,7 @@ void HTTPClient::DownloadResource(const std::string& URL, const std::string& Fil
                                   const std::string& PostData) {
   ActiveRequest active(active_requests_);
   FileSink sink(FileName);
-  Perform(URL, SendHeaders, PostData, sink);
+  Perform(URL, SendHeaders, PostData, sink).RaiseIfFailed();
 }
 
 std::string HTTPClient::GetResultCode(std::string* Text) const { return StatusCodeOf(last_headers_, Text); }

@@ -20,6 +20,8 @@
 #include <string>
 #include <vector>
 
+#include "core/exchange_result.h"
+
 namespace vmio {
 
 inline constexpr char kDefaultHttpUserAgent[] = "Tolvane HTTP Client Object";
@@ -29,6 +31,16 @@ inline constexpr int64_t kMaxBodyBytes = 16 << 20;
 class HttpSession;
 class HttpBodySink;
 
+// One request's outcome as a value: the reply of any status, or the client's error (its
+// number and the text GetResource would raise with) and nothing else.
+struct HttpResponse : ExchangeError {
+  std::string headers;  // the raw header block, status line first (as GetHeader(""))
+  std::vector<uint8_t> body;
+
+  // Whether the status line carries "200" at characters 10-12.
+  bool StatusIs200() const { return headers.size() >= 12 && headers.compare(9, 3, "200") == 0; }
+};
+
 class HTTPClient {
  public:
   HTTPClient();
@@ -36,6 +48,10 @@ class HTTPClient {
   HTTPClient(const HTTPClient&) = delete;
   HTTPClient& operator=(const HTTPClient&) = delete;
 
+  // GET the URL into memory: the narrow call a device driver makes. The client's errors come
+  // back in the result instead of being raised; a Progress handler's own exceptions still
+  // propagate.
+  HttpResponse Fetch(const std::string& URL);
   // GET (POST when PostData is not empty) the URL; returns the body of any status.
   std::vector<uint8_t> GetResource(const std::string& URL, const std::string& SendHeaders = {},
                                    const std::string& PostData = {});
@@ -50,8 +66,6 @@ class HTTPClient {
   // With an empty name, the whole raw header block of the last successful request, lines
   // joined by CR LF, status line first, without the closing blank line; "" for any other name.
   std::string GetHeader(const std::string& HeaderName) const;
-  // The same header block without a copy, for the polling path.
-  const std::string& LastHeaders() const { return last_headers_; }
 
   const std::string& UserAgent() const;
   // Re-opens the session with the new agent; the receive time-out returns to 5000 ms.
@@ -70,7 +84,9 @@ class HTTPClient {
   std::function<void(int32_t Received, int32_t Total, bool& Cancel)> Progress;
 
  private:
-  void Perform(const std::string& URL, const std::string& SendHeaders, const std::string& PostData, HttpBodySink& sink);
+  // One request into sink; the client's errors are returned in the result (body left empty).
+  HttpResponse Perform(const std::string& URL, const std::string& SendHeaders, const std::string& PostData,
+                       HttpBodySink& sink);
 
   std::unique_ptr<HttpSession> session_;
   std::string user_agent_;

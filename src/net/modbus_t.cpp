@@ -19,6 +19,16 @@ constexpr int32_t kConnectTimeoutMs = 5000;
 // Reads of leftovers before a request, at most: a peer that floods cannot hold the call.
 constexpr int kMaxDiscardReads = 64;
 
+ModbusResult Failure(int32_t number, std::string text) {
+  return ExchangeFailure<ModbusResult>(number, std::move(text));
+}
+
+// The data of a result, or its error raised.
+std::vector<uint8_t> TakeData(ModbusResult result) {
+  result.RaiseIfFailed();
+  return std::move(result.data);
+}
+
 void PutBigEndian(std::vector<uint8_t>& frame, size_t at, uint16_t value) {
   frame[at] = static_cast<uint8_t>(value >> 8);
   frame[at + 1] = static_cast<uint8_t>(value);
@@ -40,28 +50,33 @@ ModbusT::~ModbusT() {
 }
 
 bool ModbusT::Connect(const std::string& HostName, uint16_t Port) {
+  TakeData(Open(HostName, Port));
+  return true;
+}
+
+ModbusResult ModbusT::Open(const std::string& HostName, uint16_t Port) {
   DebugLog("Attempting to connect");
   DebugLog("Resolving address: ", HostName);
   if (HostName.empty()) {
     DebugLog("Invalid hostname");
-    Raise(kConnectError, "Invalid hostname");
+    return Failure(kConnectError, "Invalid hostname");
   }
   DebugLog("Creating Modbus/T socket");
   if (Socket != kNoSocket) CloseSocket(Socket);
   Socket = OpenSocket(SocketKind::Tcp);
   if (Socket == kNoSocket) {
     DebugLog("Failed to create a socket");
-    Raise(kConnectError, "Failed to create a socket");
+    return Failure(kConnectError, "Failed to create a socket");
   }
   DebugLog("Connecting to ", HostName);
   if (!ConnectIPv4(Socket, HostName, Port, kConnectTimeoutMs)) {
     DebugLog("Failed to connect to device: ", LastSocketError());
-    Raise(kConnectError, "Failed to connect to device");
+    return Failure(kConnectError, "Failed to connect to device");
   }
   TransactionID = 0;
   DebugLog("All done");
   connected_ = true;
-  return true;
+  return {};
 }
 
 std::vector<uint8_t> ModbusT::BuildRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
@@ -91,40 +106,50 @@ std::vector<uint8_t> ModbusT::BuildRequest(int32_t FunctionCode, std::span<const
   return frame;
 }
 
-std::vector<uint8_t> ModbusT::SendRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
+ModbusResult ModbusT::Request(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
   DebugLog("Sending command ", FunctionCode);
   const std::vector<uint8_t> frame = BuildRequest(FunctionCode, Arguments);
   DiscardPending();
   if (SendBytes(Socket, frame) == -1) {
     DebugLog("Control connection disconnected");
-    Raise(kTransferError, "Send failed");
+    return Failure(kTransferError, "Send failed");
   }
   DebugLog("Reading reply");
   reply_.fill(0);
   const int32_t count = RecvTimeout(Socket, reply_.data(), static_cast<int32_t>(reply_.size()), 0, kReplyWaitSeconds);
-  return ReplyData(reply_, count);
+  return JudgeReply(reply_, count);
 }
 
-std::vector<uint8_t> ModbusT::ReplyData(std::span<const uint8_t> reply, int32_t count) {
+std::vector<uint8_t> ModbusT::SendRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
+  return TakeData(Request(FunctionCode, Arguments));
+}
+
+ModbusResult ModbusT::JudgeReply(std::span<const uint8_t> reply, int32_t count) {
   if (count == -1) {
     DebugLog("Control connection disconnected");
-    Raise(kTransferError, "Receive failed");
+    return Failure(kTransferError, "Receive failed");
   }
   if (count == -2) {
     DebugLog("Control connection disconnected");
-    Raise(kTimedOut, "Receive timed out");
+    return Failure(kTimedOut, "Receive timed out");
   }
   if (count <= 8) {
     DebugLog("Not enough data recieved");
-    Raise(kInvalidReply, "Invalid reply received");
+    return Failure(kInvalidReply, "Invalid reply received");
   }
   if (reply[7] >= 128) {
     const int code = reply[8];
     DebugLog("Modbus exception ", code);
-    Raise(kModbusException, "Modbus exception " + std::to_string(code) + "occured");
+    return Failure(kModbusException, "Modbus exception " + std::to_string(code) + "occured");
   }
   const int32_t length = reply[4] << 8 | reply[5];
-  return SubArray(reply, 8, length - 2);
+  ModbusResult result;
+  result.data = SubArray(reply, 8, length - 2);
+  return result;
+}
+
+std::vector<uint8_t> ModbusT::ReplyData(std::span<const uint8_t> reply, int32_t count) {
+  return TakeData(JudgeReply(reply, count));
 }
 
 void ModbusT::DiscardPending() {
@@ -133,15 +158,23 @@ void ModbusT::DiscardPending() {
   }
 }
 
-std::vector<uint8_t> ModbusT::GetCoilData(int16_t Address, int16_t Count) {
-  const std::vector<uint8_t> data = SendRequest(1, Address, Count);
-  if (data.empty()) Raise(kSubscriptOutOfRange);  // no byte count to read
-  return SubArray(data, 1, data[0]);
+ModbusResult ModbusT::ReadCoils(int16_t Address, int16_t Count) {
+  ModbusResult result = Request(1, Address, Count);
+  if (!result.Ok()) return result;
+  if (result.data.empty()) return Failure(kSubscriptOutOfRange, StandardErrorText(kSubscriptOutOfRange));
+  result.data = SubArray(result.data, 1, result.data[0]);
+  return result;
 }
 
-void ModbusT::SetCoilState(int16_t Address, bool State) {
-  SendRequest(5, Address, static_cast<int16_t>(State ? -256 : 0));  // 0xFF00 or 0x0000
+std::vector<uint8_t> ModbusT::GetCoilData(int16_t Address, int16_t Count) {
+  return TakeData(ReadCoils(Address, Count));
 }
+
+ModbusResult ModbusT::WriteCoil(int16_t Address, bool State) {
+  return Request(5, Address, static_cast<int16_t>(State ? -256 : 0));  // 0xFF00 or 0x0000
+}
+
+void ModbusT::SetCoilState(int16_t Address, bool State) { TakeData(WriteCoil(Address, State)); }
 
 void ModbusT::Disconnect() {
   if (!connected_) return;

@@ -25,6 +25,7 @@
 #include <variant>
 #include <vector>
 
+#include "core/exchange_result.h"
 #include "core/trace.h"
 #include "net/socket.h"
 
@@ -33,6 +34,12 @@ namespace vmio {
 // One request argument: a 16-bit integer (2 bytes, big-endian), a byte array (a count byte,
 // then the bytes) or anything else (monostate), which is left out of the frame.
 using ModbusArg = std::variant<std::monostate, int16_t, std::vector<uint8_t>>;
+
+// One exchange's outcome as a value: the reply's data, or the client's error (its number and
+// the text the raising calls raise with).
+struct ModbusResult : ExchangeError {
+  std::vector<uint8_t> data;
+};
 
 class ModbusT {
  public:
@@ -43,11 +50,22 @@ class ModbusT {
 
   // Connects to a dotted IPv4 address (never resolved). True on success; failures raise 46001.
   bool Connect(const std::string& HostName, uint16_t Port);
+  // As Connect, the failure returned instead of raised.
+  ModbusResult Open(const std::string& HostName, uint16_t Port);
   bool Connected() const { return connected_; }
 
-  // Sends FunctionCode with the arguments and returns the reply's data part: the bytes after
-  // the function code, as many as the reply's length field says.
+  // The narrow call every exchange goes through: sends FunctionCode with the arguments and
+  // returns the reply's data part (the bytes after the function code, as many as the reply's
+  // length field says), or the client's error. Never raises the client's errors.
+  ModbusResult Request(int32_t FunctionCode, std::span<const ModbusArg> Arguments = {});
+  // Request, raising its error.
   std::vector<uint8_t> SendRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments = {});
+  template <class... Args>
+  requires(sizeof...(Args) > 0 && (std::constructible_from<ModbusArg, Args> && ...)) ModbusResult
+      Request(int32_t FunctionCode, Args&&... args) {
+    const std::array<ModbusArg, sizeof...(Args)> list{ModbusArg(std::forward<Args>(args))...};
+    return Request(FunctionCode, std::span<const ModbusArg>(list));
+  }
   template <class... Args>
   requires(sizeof...(Args) > 0 && (std::constructible_from<ModbusArg, Args> &&
                                    ...)) std::vector<uint8_t> SendRequest(int32_t FunctionCode, Args&&... args) {
@@ -55,16 +73,20 @@ class ModbusT {
     return SendRequest(FunctionCode, std::span<const ModbusArg>(list));
   }
 
-  // The coil status bytes of Count coils from Address: bit 0 of the first byte is Address.
+  // The coil status bytes of Count coils from Address: bit 0 of the first byte is Address
+  // (9 when the reply has no byte count).
+  ModbusResult ReadCoils(int16_t Address, int16_t Count);
   std::vector<uint8_t> GetCoilData(int16_t Address, int16_t Count);
   // Writes 0xFF00 (on) or 0x0000 (off) to one coil.
+  ModbusResult WriteCoil(int16_t Address, bool State);
   void SetCoilState(int16_t Address, bool State);
   // Closes the connection; does nothing unless connected.
   void Disconnect();
 
   // Judges what one read of a reply gave: count as RecvTimeout returned it (at most the
-  // buffer's size), reply the zero-filled buffer it read into. Returns the data part, or
-  // raises the client's error for the reply.
+  // buffer's size), reply the zero-filled buffer it read into. Returns the data part, or the
+  // client's error for the reply (raised by ReplyData).
+  static ModbusResult JudgeReply(std::span<const uint8_t> reply, int32_t count);
   static std::vector<uint8_t> ReplyData(std::span<const uint8_t> reply, int32_t count);
 
  private:

@@ -66,7 +66,8 @@ uint8_t StatusByte(const std::vector<uint8_t>& data, size_t index) {
 
 }  // namespace
 
-ADAM::ADAM(uint16_t modelQueryPort) : query_port_(modelQueryPort) {}
+// Marked before asking, so a failed read also holds off the next one.
+ADAM::ADAM(uint16_t modelQueryPort) : PortTableDevice(ReadCaching::kBeforeRead), query_port_(modelQueryPort) {}
 
 ADAM::~ADAM() { Disconnect(); }
 
@@ -82,19 +83,9 @@ void ADAM::BuildPortTable() {
     port = ParsePort(rest.substr(0, rest.find(':')));
   }
   // A port that is not a number fails like the connect itself, before any attempt.
-  if (port) {
-    try {
-      Connected = Modbus.Connect(host, *port);
-    } catch (const AutomationError&) {
-    }
-  }
+  if (port) Connected = Modbus.Open(host, *port).Ok();
   if (!Connected) RaiseConnectionFailed("Connection failed");
-
-  try {
-    Modbus.GetCoilData(0, 1);
-  } catch (const AutomationError&) {
-    RaiseConnectionFailed("Unrecognised device");
-  }
+  if (!Modbus.ReadCoils(0, 1).Ok()) RaiseConnectionFailed("Unrecognised device");
 
   DigitalInputs = AnalogInputs = DigitalOutputs = AnalogOutputs = 0;
   Model = GetModelNumber(host);
@@ -131,18 +122,13 @@ std::string AdamModelFromAnswer(std::span<const uint8_t> answer) {
   return BytesToString(std::span<const uint8_t>(answer.begin() + 3, cr), kCodePage1252);
 }
 
-void ADAM::RefreshInputs() {
-  if (!last_refresh_.Stale()) return;
-  // Marked before asking, so a failed read also holds off the next one.
-  last_refresh_.MarkFresh();
+void ADAM::ReadGroup(int32_t) {
   const std::vector<uint8_t> data = Modbus.GetCoilData(0, kCoilsRead);
   for (int32_t i = 0; i < DigitalInputs; ++i) {
     // Only the first status byte is consulted: inputs 8 and above read false.
-    PortValues[static_cast<size_t>(i)] = i < 8 && (StatusByte(data, 0) >> i & 1);
+    SetValue(i, i < 8 && (StatusByte(data, 0) >> i & 1));
   }
-  for (int32_t j = 0; j < DigitalOutputs; ++j) {
-    PortValues[static_cast<size_t>(DigitalInputs + j)] = j < 8 && (StatusByte(data, 2) >> j & 1);
-  }
+  for (int32_t j = 0; j < DigitalOutputs; ++j) SetValue(DigitalInputs + j, j < 8 && (StatusByte(data, 2) >> j & 1));
 }
 
 void ADAM::Disconnect() {
@@ -153,12 +139,6 @@ void ADAM::Disconnect() {
 std::string ADAM::PortName(int32_t Index) {
   if (PortDirection(Index) == IOInput) return "Digital input " + std::to_string(Index);
   return "Relay output " + std::to_string(Index - DigitalInputs);
-}
-
-Variant ADAM::PortValue(int32_t Index) {
-  if (!Connected) RaiseNotConnected();
-  RefreshInputs();
-  return Value(Index);
 }
 
 void ADAM::PortValue(int32_t Index, const Variant& NewValue) {

@@ -18,8 +18,7 @@
 #include <span>
 #include <string>
 
-#include "core/common.h"
-#include "core/port_table.h"
+#include "devices/common/port_table_device.h"
 #include "net/modbus_t.h"
 
 namespace vmio {
@@ -39,13 +38,15 @@ class ADAM : public PortTableDevice {
 
   void Disconnect() override;
   std::string PortName(int32_t Index) override;
-  Variant PortValue(int32_t Index) override;
+  using PortTableDevice::PortValue;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
   void BuildPortTable() override;
   std::string GetModelNumber(const std::string& HostName);
-  void RefreshInputs();
+  // One coil read serves every port; the index is checked only when the table answers.
+  int32_t GroupOf(int32_t) override { return 0; }
+  void ReadGroup(int32_t Group) override;
 
   ModbusT Modbus;
   std::string Model;
@@ -53,7 +54,6 @@ class ADAM : public PortTableDevice {
   int32_t AnalogInputs = 0;
   int32_t DigitalOutputs = 0;
   int32_t AnalogOutputs = 0;
-  StateCache last_refresh_;
   uint16_t query_port_;
 };
 

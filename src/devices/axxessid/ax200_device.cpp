@@ -5,7 +5,8 @@
 
 namespace vmio {
 
-AX200Device::AX200Device(IOPortDirection direction) : bridge_(CreateAccessBridge(*this)), direction_(direction) {}
+AX200Device::AX200Device(IOPortDirection direction, ReadCaching caching)
+    : PortTableDevice(caching), bridge_(CreateAccessBridge(*this)), direction_(direction) {}
 
 void AX200Device::Attach(const std::string& Device) {
   Connected = bridge_->Attach(Device);
@@ -15,30 +16,11 @@ void AX200Device::Attach(const std::string& Device) {
   if (!Connected) Raise(IOErrorConnectionFailed, "The AX200 software is not found");
 }
 
-void AX200Device::Disconnect() { Connected = false; }
-
-int32_t AX200Device::Ports() {
-  if (!Connected) RaiseNotConnected();
-  return static_cast<int32_t>(PortNames.size());
-}
-
-int32_t AX200Device::PortDirection(int32_t Index) {
-  CheckIndex(Index);
-  return direction_;
-}
-
-int32_t AX200Device::PortType(int32_t Index) {
-  CheckIndex(Index);
-  return vtString;
-}
-
-std::string AX200Device::PortName(int32_t Index) {
-  CheckIndex(Index);
-  return PortNames[static_cast<size_t>(Index)];
-}
-
-void AX200Device::CheckIndex(int32_t Index) const {
-  if (Index < 0 || static_cast<size_t>(Index) >= PortNames.size()) Raise(kSubscriptOutOfRange);
+void AX200Device::SetPoints(const std::vector<std::string>& names) {
+  // As many as the software lists: its points are not a device's claim to be bounded.
+  PortTable.clear();
+  for (const std::string& name : names) PortTable.push_back(Port{direction_, vtString, name, Variant(std::string())});
+  PortCount = static_cast<int32_t>(PortTable.size());
 }
 
 }  // namespace vmio

@@ -9,30 +9,21 @@
 #include <vector>
 
 #include "access/access_bridge.h"
-#include "vmio/io_device.h"
+#include "devices/common/port_table_device.h"
 
 namespace vmio {
 
-class AX200Device : public IODevice, protected AccessEvents {
- public:
-  void Disconnect() override;
-  int32_t Ports() override;
-  int32_t PortDirection(int32_t Index) override;
-  int32_t PortType(int32_t Index) override;
-  std::string PortName(int32_t Index) override;
-
+class AX200Device : public PortTableDevice, protected AccessEvents {
  protected:
-  explicit AX200Device(IOPortDirection direction);
+  AX200Device(IOPortDirection direction, ReadCaching caching);
 
   // Connect's opening: hands the software the device string, then this computer's first IPv4
   // address (empty when it has none), so that the software's objects attach here. Raises 45001
   // "The AX200 software is not found", with Connected cleared, when the software is absent.
   void Attach(const std::string& Device);
-  // Raises 9 unless Index names one of the points.
-  void CheckIndex(int32_t Index) const;
+  // The ports become the software's points, in its order: text ports of this driver's direction.
+  void SetPoints(const std::vector<std::string>& names);
 
-  bool Connected = false;
-  std::vector<std::string> PortNames;  // one per port, in the software's order
   std::unique_ptr<AccessBridge> bridge_;
 
  private:

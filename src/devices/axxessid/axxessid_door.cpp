@@ -29,12 +29,12 @@ constexpr std::pair<std::string_view, DoorCommand> kCommands[] = {
 
 }  // namespace
 
-void AxxessIDDoor::Connect(const std::string& Device) {
-  Attach(Device);
+void AxxessIDDoor::BuildPortTable() {
+  Attach(Host);
   AccessDoorList list = bridge_->Doors("Y", "");
   if (!list.valid) {
     DoorIDs.clear();
-    PortNames.clear();
+    SetPoints({});
     return;
   }
   std::vector<int16_t> ids;
@@ -44,12 +44,10 @@ void AxxessIDDoor::Connect(const std::string& Device) {
     names.push_back(std::move(door.name));
   }
   DoorIDs = std::move(ids);
-  PortNames = std::move(names);
+  SetPoints(names);
 }
 
-Variant AxxessIDDoor::PortValue(int32_t Index) {
-  if (!Connected) RaiseNotConnected();
-  CheckIndex(Index);
+void AxxessIDDoor::ReadGroup(int32_t Index) {
   const std::string id = std::to_string(DoorIDs[static_cast<size_t>(Index)]);
   WaitingForStatus = true;
   bridge_->RequestStatus(id);
@@ -62,15 +60,15 @@ Variant AxxessIDDoor::PortValue(int32_t Index) {
   }
   const std::string status = bridge_->Status();
   if (status.empty()) Raise(IOErrorGettingValue, "The AX200 software is not running");
+  Variant read;  // an unknown mode reads empty
   for (const auto& [mode, value] : kModes) {
-    if (status == mode) return Variant(std::string(value));
+    if (status == mode) read = Variant(std::string(value));
   }
-  return Variant();
+  SetValue(Index, std::move(read));
 }
 
 void AxxessIDDoor::PortValue(int32_t Index, const Variant& NewValue) {
-  if (!Connected) RaiseNotConnected();
-  CheckIndex(Index);
+  if (!BeginWrite(Index)) return;
   const std::string id = std::to_string(DoorIDs[static_cast<size_t>(Index)]);
   if (!NewValue.IsString()) return;
   for (const auto& [value, command] : kCommands) {

@@ -24,17 +24,19 @@ namespace vmio {
 
 class AxxessIDDoor final : public AX200Device {
  public:
-  AxxessIDDoor() : AX200Device(IOBidirectional) {}
+  // Every read asks the software: a door's mode is never cached.
+  AxxessIDDoor() : AX200Device(IOBidirectional, ReadCaching::kNever) {}
 
-  void Connect(const std::string& Device) override;
-  Variant PortValue(int32_t Index) override;
+  using PortTableDevice::PortValue;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
+  void BuildPortTable() override;
+  void ReadGroup(int32_t Index) override;
   void DoorStatus() override;
   void Disconnected() override;
 
-  std::vector<int16_t> DoorIDs;  // beside PortNames, the door names
+  std::vector<int16_t> DoorIDs;  // beside the ports, the doors' IDs
   bool WaitingForStatus = false;
 };
 

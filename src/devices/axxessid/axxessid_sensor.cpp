@@ -3,51 +3,42 @@
 #include <optional>
 #include <utility>
 
-#include "core/common.h"
 #include "core/errors.h"
 
 namespace vmio {
 
-void AxxessIDSensor::Connect(const std::string& Device) {
-  Attach(Device);
-  std::optional<std::vector<AccessSensor>> list = bridge_->Sensors();
-  sensors_ = list ? std::move(*list) : std::vector<AccessSensor>();
-  PortNames.clear();
-  for (const AccessSensor& sensor : sensors_) PortNames.push_back(sensor.name);
-  if (list) {
-    values_.MarkFresh();
-  } else {
-    values_.MarkStale();
+void AxxessIDSensor::BuildPortTable() {
+  Attach(Host);
+  const std::optional<std::vector<AccessSensor>> list = bridge_->Sensors();
+  std::vector<std::string> names;
+  sensor_ids_.clear();
+  for (const AccessSensor& sensor : list ? *list : std::vector<AccessSensor>()) {
+    sensor_ids_.push_back(sensor.id);
+    names.push_back(sensor.name);
   }
-}
-
-Variant AxxessIDSensor::PortValue(int32_t Index) {
-  if (!Connected) RaiseNotConnected();
-  CheckIndex(Index);
-  if (values_.Stale()) Refresh();
-  return Variant(sensors_[static_cast<size_t>(Index)].value);
+  SetPoints(names);
+  if (!list) return GroupCache(0).MarkStale();
+  for (size_t i = 0; i < list->size(); ++i) PortTable[i].value = Variant((*list)[i].value);
+  GroupCache(0).MarkFresh();
 }
 
 void AxxessIDSensor::PortValue(int32_t Index, const Variant&) {
-  if (!Connected) RaiseNotConnected();
+  RequireConnected();
   CheckIndex(Index);
   Raise(IOErrorInvalidPortDirection, "Port " + std::to_string(Index + 1) + " is not an output port");
 }
 
 // Takes the current values by sensor id; the ports stay as Connect found them.
-void AxxessIDSensor::Refresh() {
+void AxxessIDSensor::ReadGroup(int32_t) {
   const std::optional<std::vector<AccessSensor>> now = bridge_->Sensors();
-  if (!now) {
-    values_.MarkStale();
-    Raise(IOErrorGettingValue, "The AX200 software is not running");
-  }
-  for (AccessSensor& port : sensors_) {
-    port.value.clear();
+  if (!now) Raise(IOErrorGettingValue, "The AX200 software is not running");
+  for (size_t i = 0; i < sensor_ids_.size(); ++i) {
+    std::string value;
     for (const AccessSensor& s : *now) {
-      if (s.id == port.id) port.value = s.value;
+      if (s.id == sensor_ids_[i]) value = s.value;
     }
+    PortTable[i].value = Variant(std::move(value));
   }
-  values_.MarkFresh();
 }
 
 }  // namespace vmio

@@ -13,27 +13,31 @@
 #include <string>
 #include <vector>
 
-#include "core/common.h"
 #include "devices/axxessid/ax200_device.h"
 
 namespace vmio {
 
 class AxxessIDSensor final : public AX200Device {
  public:
-  AxxessIDSensor() : AX200Device(IOInput) {}
+  AxxessIDSensor() : AX200Device(IOInput, ReadCaching::kAfterRead) {}
 
-  void Connect(const std::string& Device) override;
-  Variant PortValue(int32_t Index) override;
+  using PortTableDevice::PortValue;
+  // Raises with its own text (a blank before "is"), not the shared 45004.
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
+  void BuildPortTable() override;
+  // One list read serves every sensor; the index is checked before it.
+  int32_t GroupOf(int32_t Index) override {
+    CheckIndex(Index);
+    return 0;
+  }
+  void ReadGroup(int32_t Group) override;
   // Sensors report no events of their own; the list is read when asked.
   void DoorStatus() override {}
   void Disconnected() override {}
-  void Refresh();
 
-  std::vector<AccessSensor> sensors_;  // the ports' sensors, with their last values
-  StateCache values_;                  // the last successful read of the list
+  std::vector<std::string> sensor_ids_;  // the ports' sensors
 };
 
 }  // namespace vmio

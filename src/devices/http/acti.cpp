@@ -48,15 +48,14 @@ std::optional<std::string> ACTi::RequestCommand(std::string_view Group, std::str
   std::string path;
   path.reserve(13 + Group.size() + 1 + Parameters.size());
   path.append("/cgi-bin/cmd/").append(Group).append("?").append(Parameters);
-  std::optional<std::string> body = TryGet(path);
-  if (body && (!LastStatusIs200() || body->starts_with("ERROR:"))) body.reset();
+  std::optional<std::string> body = Body200(Fetch(path));
+  if (body && body->starts_with("ERROR:")) body.reset();
   return body;
 }
 
 void ACTi::BuildPortTable() {
   ChannelCount = acti::ReadChannelCount(RequireConnectReply(RequestCommand("system", "SYSTEM_INFO")));
   ResizePorts(ChannelCount * 4);
-  PortNames.assign(static_cast<size_t>(PortCount), {});
   for (int32_t i = 0; i < PortCount; ++i) {
     const int32_t position = i % 4;
     const bool input = position < 2;
@@ -64,36 +63,24 @@ void ACTi::BuildPortTable() {
     name += input ? "input " : "output ";
     name += std::to_string(position % 2 + 1);
     name[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(name[0])));
-    PortDirections[static_cast<size_t>(i)] = input ? IOInput : IOBidirectional;
-    PortNames[static_cast<size_t>(i)] = std::move(name);
+    At(i).direction = input ? IOInput : IOBidirectional;
+    At(i).name = std::move(name);
   }
 }
 
-std::string ACTi::PortName(int32_t Index) {
+int32_t ACTi::GroupOf(int32_t Index) {
   CheckIndex(Index);
-  return PortNames[static_cast<size_t>(Index)];
+  return PortChannel(Index) - 1;
 }
 
-void ACTi::RefreshChannel(int32_t Channel) {
-  // Made on the first read; grown (never reset) when a later Connect finds more channels.
-  if (channel_reads_.size() < static_cast<size_t>(ChannelCount))
-    channel_reads_.resize(static_cast<size_t>(ChannelCount));
-  StateCache& cache = channel_reads_[static_cast<size_t>(Channel - 1)];
-  if (!cache.Stale()) return;
+void ACTi::ReadGroup(int32_t Group) {
+  const int32_t channel = Group + 1;
   const std::optional<std::string> reply =
-      RequestCommand("mpeg4", "CHANNEL=" + std::to_string(Channel) + "&DIO_STATUS");
+      RequestCommand("mpeg4", "CHANNEL=" + std::to_string(channel) + "&DIO_STATUS");
   if (!reply) RaiseGettingValue();
   const int16_t status = acti::ReadStatus(*reply);
-  const int32_t base = (Channel - 1) * 4;
-  for (int p = 0; p < 4; ++p) SetValue(base + p, (status >> kStatusBits[p]) & 1);
-  cache.MarkFresh();
-}
-
-Variant ACTi::PortValue(int32_t Index) {
-  if (!Connected) RaiseNotConnected();
-  CheckIndex(Index);
-  RefreshChannel(PortChannel(Index));
-  return Value(Index);
+  const int32_t base = Group * 4;
+  for (int p = 0; p < 4; ++p) SetValue(base + p, bool((status >> kStatusBits[p]) & 1));
 }
 
 void ACTi::PortValue(int32_t Index, const Variant& NewValue) {
@@ -102,7 +89,7 @@ void ACTi::PortValue(int32_t Index, const Variant& NewValue) {
   const int32_t channel = PortChannel(Index);
   const int32_t base = (channel - 1) * 4;
   SetValue(Index, *state);
-  const int mask = (Value(base + 2) ? 1 : 0) | (Value(base + 3) ? 2 : 0);
+  const int mask = (Value(base + 2).AsBool() ? 1 : 0) | (Value(base + 3).AsBool() ? 2 : 0);
   std::string parameters = ChannelCount >= 2 ? "CHANNEL=" + std::to_string(channel) + "&" : "";
   parameters += "DIO_OUTPUT=0x0";
   parameters += static_cast<char>('0' + mask);

@@ -16,8 +16,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/common.h"
-#include "http/device_request.h"
+#include "devices/http/http_device.h"
 
 namespace vmio {
 
@@ -31,8 +30,7 @@ int16_t ReadStatus(std::string_view reply);
 
 class ACTi final : public HttpDevice {
  public:
-  std::string PortName(int32_t Index) override;
-  Variant PortValue(int32_t Index) override;
+  using PortTableDevice::PortValue;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
@@ -40,12 +38,12 @@ class ACTi final : public HttpDevice {
   // GET /cgi-bin/cmd/Group?Parameters: the reply on status 200 when it does not begin with
   // "ERROR:"; nothing otherwise. Never raises.
   std::optional<std::string> RequestCommand(std::string_view Group, std::string_view Parameters);
-  void RefreshChannel(int32_t Channel);
+  // A channel's ports are one group (group c - 1 for channel c).
+  int32_t GroupOf(int32_t Index) override;
+  void ReadGroup(int32_t Group) override;
   static int32_t PortChannel(int32_t Index) { return Index / 4 + 1; }
 
   int32_t ChannelCount = 0;
-  std::vector<std::string> PortNames;
-  std::vector<StateCache> channel_reads_;
 };
 
 }  // namespace vmio

@@ -63,8 +63,8 @@ std::string ReadPortName(std::string_view reply) {
 std::optional<std::string> AviosysPDU::SendCommand(std::string_view Command) {
   std::string path = "/Set.cmd?CMD=";
   path += Command;
-  std::optional<std::string> reply = TryGet(path);
-  if (!reply || !LastStatusIs200()) return std::nullopt;
+  std::optional<std::string> reply = Body200(Fetch(path));
+  if (!reply) return std::nullopt;
   return aviosys::CleanReply(std::move(*reply));
 }
 
@@ -108,27 +108,20 @@ std::string AviosysPDU::PortName(int32_t Index) {
   return "Input " + std::to_string(Index + 1);
 }
 
-void AviosysPDU::RefreshStates() {
-  if (!last_read_.Stale()) return;
+void AviosysPDU::ReadGroup(int32_t) {
   if (InputCount > 0) {
     const std::optional<std::string> io = SendCommand("GetIo");
     if (!io) RaiseGettingValue();
-    aviosys::ReadStates(*io, 50 + PinOffset(), 0, PortCount, PortValues);
+    ParseStates([&](std::vector<bool>& values) { aviosys::ReadStates(*io, 50 + PinOffset(), 0, PortCount, values); });
   }
   const std::optional<std::string> power = SendCommand("GetPower");
   if (!power) RaiseGettingValue();
-  aviosys::ReadStates(*power, 60 + PinOffset(), InputCount, PortCount, PortValues);
-  last_read_.MarkFresh();
-}
-
-Variant AviosysPDU::PortValue(int32_t Index) {
-  if (!Connected) RaiseNotConnected();
-  RefreshStates();
-  return Value(Index);
+  ParseStates(
+      [&](std::vector<bool>& values) { aviosys::ReadStates(*power, 60 + PinOffset(), InputCount, PortCount, values); });
 }
 
 void AviosysPDU::PortValue(int32_t Index, const Variant& NewValue) {
-  if (!Connected) RaiseNotConnected();
+  RequireConnected();
   if (Index < InputCount) RaiseNotAnOutput(Index);
   const bool state = RequireBoolean(NewValue);
   // The table's bounds are not checked before sending: an index beyond it switches the pin it

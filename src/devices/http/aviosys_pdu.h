@@ -15,8 +15,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/common.h"
-#include "http/device_request.h"
+#include "devices/http/http_device.h"
 
 namespace vmio {
 
@@ -35,7 +34,8 @@ std::string ReadPortName(std::string_view reply);
 class AviosysPDU final : public HttpDevice {
  public:
   std::string PortName(int32_t Index) override;
-  Variant PortValue(int32_t Index) override;
+  using PortTableDevice::PortValue;
+  // Checks no bounds before sending (see PortValue in the .cpp).
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  protected:
@@ -47,13 +47,14 @@ class AviosysPDU final : public HttpDevice {
   // GET "/Set.cmd?CMD=" + Command (sent as it stands, "+" included): the cleaned reply on
   // status 200, nothing otherwise. Never raises.
   std::optional<std::string> SendCommand(std::string_view Command);
-  void RefreshStates();
+  // GetIo and GetPower read every port; the index is checked only when the table answers.
+  int32_t GroupOf(int32_t) override { return 0; }
+  void ReadGroup(int32_t Group) override;
   // 1 on the fixed model, whose pins start one later than other units'.
   int32_t PinOffset() const { return fixed_model_ ? 1 : 0; }
 
   bool fixed_model_ = false;
   int32_t InputCount = 0;
-  StateCache last_read_;
 };
 
 }  // namespace vmio

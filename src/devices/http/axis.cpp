@@ -93,7 +93,18 @@ void Axis::BuildPortTable() {
   if (!ioport) RaiseConnectionFailed("Unable to get the device port info");
   UsesIOPortGroup = !IsRefusal(*ioport);
   if (UsesIOPortGroup) {
-    axis::ReadIOPortDirections(*ioport, PortDirections);
+    // Directions read before a bad port number raises stay, as the table keeps them.
+    std::vector<int32_t> directions(PortTable.size(), 0);
+    const auto store = [&] {
+      for (size_t i = 0; i < directions.size(); ++i) PortTable[i].direction = directions[i];
+    };
+    try {
+      axis::ReadIOPortDirections(*ioport, directions);
+    } catch (...) {
+      store();
+      throw;
+    }
+    store();
   } else {
     FillDirections(InputCount);
   }
@@ -120,16 +131,11 @@ std::string Axis::PortName(int32_t Index) {
   return std::string(Rows(*reply).front().value);
 }
 
-Variant Axis::PortValue(int32_t Index) {
-  if (!Connected) RaiseNotConnected();
-  if (UsesIOPortGroup) {
-    RefreshAllPorts();
-  } else if (const int32_t direction = PortDirection(Index); direction == IOInput) {
-    RefreshInputs();
-  } else if (direction == IOBidirectional) {
-    RefreshOutputs();
-  }
-  return Variant(Value(Index));
+int32_t Axis::GroupOf(int32_t Index) {
+  if (UsesIOPortGroup) return kAllPorts;
+  const int32_t direction = PortDirection(Index);
+  if (direction == IOInput) return kInputs;
+  return direction == IOBidirectional ? kOutputs : kNoGroup;
 }
 
 void Axis::PortValue(int32_t Index, const Variant& NewValue) {
@@ -139,17 +145,23 @@ void Axis::PortValue(int32_t Index, const Variant& NewValue) {
                                      : "/axis-cgi/io/output.cgi?action=" + std::to_string(Index + 1 - InputCount);
   path += ':';
   path += *state ? '/' : '\\';
-  if (!RequestPath(path)) RaiseGettingValue();
+  RequirePath(path);
   // The caches stay: a read within 500 ms of the last refresh returns this state.
   SetValue(Index, *state);
 }
 
-void Axis::RefreshAllPorts() { Refresh(all_ports_read_, PortCount, "/axis-cgi/io/port.cgi?check=", 4, 0); }
-void Axis::RefreshInputs() { Refresh(inputs_read_, InputCount, "/axis-cgi/io/input.cgi?check=", 5, 0); }
-void Axis::RefreshOutputs() { Refresh(outputs_read_, OutputCount, "/axis-cgi/io/output.cgi?check=", 6, InputCount); }
+void Axis::ReadGroup(int32_t Group) {
+  switch (Group) {
+    case kAllPorts:
+      return ReadStates(PortCount, "/axis-cgi/io/port.cgi?check=", 4, 0);
+    case kInputs:
+      return ReadStates(InputCount, "/axis-cgi/io/input.cgi?check=", 5, 0);
+    default:
+      return ReadStates(OutputCount, "/axis-cgi/io/output.cgi?check=", 6, InputCount);
+  }
+}
 
-void Axis::Refresh(StateCache& cache, int32_t count, std::string_view checkPath, size_t keyPrefix, int32_t offset) {
-  if (!cache.Stale()) return;
+void Axis::ReadStates(int32_t count, std::string_view checkPath, size_t keyPrefix, int32_t offset) {
   // A count above the table's size (only beside a negative count of the other kind) is listed
   // no further than the table: states beyond it could not be stored anyway.
   count = std::min(count, PortCount);
@@ -158,10 +170,8 @@ void Axis::Refresh(StateCache& cache, int32_t count, std::string_view checkPath,
     if (k > 1) path += ',';
     path += std::to_string(k);
   }
-  const std::optional<std::string> reply = RequestPath(path);
-  if (!reply) RaiseGettingValue();
-  axis::ReadStates(*reply, keyPrefix, offset, PortValues);
-  cache.MarkFresh();
+  const std::string reply = RequirePath(path);
+  ParseStates([&](std::vector<bool>& values) { axis::ReadStates(reply, keyPrefix, offset, values); });
 }
 
 }  // namespace vmio

@@ -56,25 +56,16 @@ std::string Genie::PortName(int32_t Index) {
   }
 }
 
-void Genie::RefreshStates() {
-  if (!last_read_.Stale()) return;
-  const std::optional<std::string> reply = RequestPath(kStatesPath);
-  if (!reply) RaiseGettingValue();
-  genie::ReadStates(*reply, PortValues);
-  last_read_.MarkFresh();
-}
-
-Variant Genie::PortValue(int32_t Index) {
-  if (!Connected) RaiseNotConnected();
-  RefreshStates();
-  return Value(Index);
+void Genie::ReadGroup(int32_t) {
+  const std::string reply = RequirePath(kStatesPath);
+  ParseStates([&](std::vector<bool>& values) { genie::ReadStates(reply, values); });
 }
 
 void Genie::PortValue(int32_t Index, const Variant& NewValue) {
   const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
   if (!state) return;
   const std::string key = Index == kBuzzerIndex ? "OUT_BUZZER" : "OUT_ALARM" + std::to_string(Index + 1 - InputCount);
-  if (!RequestPath("/httpapi/SetState?action=setoutput&" + key + (*state ? "=1" : "=0"))) RaiseGettingValue();
+  RequirePath("/httpapi/SetState?action=setoutput&" + key + (*state ? "=1" : "=0"));
   SetValue(Index, *state);
 }
 

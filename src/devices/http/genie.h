@@ -11,8 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/common.h"
-#include "http/device_request.h"
+#include "devices/http/http_device.h"
 
 namespace vmio {
 
@@ -25,7 +24,7 @@ void ReadStates(std::string_view reply, std::vector<bool>& values);
 class Genie final : public HttpDevice {
  public:
   std::string PortName(int32_t Index) override;
-  Variant PortValue(int32_t Index) override;
+  using PortTableDevice::PortValue;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
@@ -33,9 +32,9 @@ class Genie final : public HttpDevice {
   static constexpr int32_t OutputCount = 3;
 
   void BuildPortTable() override;
-  void RefreshStates();
-
-  StateCache last_read_;
+  // One GetState reads every port; the index is checked only when the table answers.
+  int32_t GroupOf(int32_t) override { return 0; }
+  void ReadGroup(int32_t Group) override;
 };
 
 }  // namespace vmio

@@ -49,27 +49,21 @@ void StarDot::BuildPortTable() {
   ResizePorts(int64_t{counts.relays} + counts.inputs);
   RelayCount = counts.relays;
   InputCount = counts.inputs;
-  PortNames.assign(static_cast<size_t>(PortCount), "Input");
-  for (int32_t i = 0; i < PortCount; ++i)
-    PortDirections[static_cast<size_t>(i)] = i < RelayCount ? IOBidirectional : IOInput;
-  if (RelayCount > 0) PortNames[0] = "Relay";
+  for (int32_t i = 0; i < PortCount; ++i) {
+    At(i).direction = i < RelayCount ? IOBidirectional : IOInput;
+    At(i).name = i < RelayCount ? "Relay" : "Input";
+  }
 }
 
-std::string StarDot::PortName(int32_t Index) {
-  CheckIndex(Index);
-  return PortNames[static_cast<size_t>(Index)];
+std::string StarDot::FetchPath(std::string_view Path) {
+  const HttpResponse response = Fetch(Path);
+  response.RaiseIfFailed();
+  return BodyText(response);
 }
 
-void StarDot::RefreshStates() {
-  if (!last_read_.Stale()) return;
-  stardot::ReadStates(FetchPath("/io.cgi"), RelayCount, PortValues);
-  last_read_.MarkFresh();
-}
-
-Variant StarDot::PortValue(int32_t Index) {
-  if (!Connected) RaiseNotConnected();
-  RefreshStates();
-  return Value(Index);
+void StarDot::ReadGroup(int32_t) {
+  const std::string reply = FetchPath("/io.cgi");
+  ParseStates([&](std::vector<bool>& values) { stardot::ReadStates(reply, RelayCount, values); });
 }
 
 void StarDot::PortValue(int32_t Index, const Variant& NewValue) {

@@ -13,8 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/common.h"
-#include "http/device_request.h"
+#include "devices/http/http_device.h"
 
 namespace vmio {
 
@@ -33,20 +32,19 @@ void ReadStates(std::string_view reply, int32_t relays, std::vector<bool>& value
 
 class StarDot final : public HttpDevice {
  public:
-  std::string PortName(int32_t Index) override;
-  Variant PortValue(int32_t Index) override;
+  using PortTableDevice::PortValue;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
-  // GET the path; the decoded body of any status. The client's errors are not caught.
-  std::string FetchPath(std::string_view Path) { return Get(Path); }
+  // GET the path; the decoded body of any status. The client's errors are raised as they are.
+  std::string FetchPath(std::string_view Path);
   void BuildPortTable() override;
-  void RefreshStates();
+  // One /io.cgi reads every port; the index is checked only when the table answers.
+  int32_t GroupOf(int32_t) override { return 0; }
+  void ReadGroup(int32_t Group) override;
 
   int32_t RelayCount = 0;
   int32_t InputCount = 0;
-  std::vector<std::string> PortNames;
-  StateCache last_read_;
 };
 
 }  // namespace vmio

@@ -64,16 +64,6 @@ std::string Vivotek::PortName(int32_t Index) {
   return "Output " + std::to_string(Index + 1 - InputCount);
 }
 
-Variant Vivotek::PortValue(int32_t Index) {
-  if (!Connected) RaiseNotConnected();
-  if (PortDirection(Index) == IOInput) {
-    RefreshInputs();
-  } else {
-    RefreshOutputs();
-  }
-  return Value(Index);
-}
-
 void Vivotek::PortValue(int32_t Index, const Variant& NewValue) {
   const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
   if (state) {
@@ -86,14 +76,12 @@ void Vivotek::PortValue(int32_t Index, const Variant& NewValue) {
   RaiseGettingValue();
 }
 
-void Vivotek::RefreshInputs() { RefreshGroup("/cgi-bin/dido/getdi.cgi?", "di", InputCount, 0, inputs_read_); }
-
-void Vivotek::RefreshOutputs() {
-  RefreshGroup("/cgi-bin/dido/getdo.cgi?", "do", OutputCount, InputCount, outputs_read_);
+void Vivotek::ReadGroup(int32_t Group) {
+  if (Group == kInputs) return ReadStates("/cgi-bin/dido/getdi.cgi?", "di", InputCount, 0);
+  ReadStates("/cgi-bin/dido/getdo.cgi?", "do", OutputCount, InputCount);
 }
 
-void Vivotek::RefreshGroup(const char* cgi, const char* item, int32_t count, int32_t offset, StateCache& cache) {
-  if (!cache.Stale()) return;
+void Vivotek::ReadStates(const char* cgi, const char* item, int32_t count, int32_t offset) {
   // A count above the table's size (only beside a negative count of the other kind) is listed
   // no further than the table: states beyond it could not be stored anyway.
   count = std::min(count, PortCount);
@@ -102,10 +90,8 @@ void Vivotek::RefreshGroup(const char* cgi, const char* item, int32_t count, int
     if (n > 0) path += '&';
     path.append(item).append(std::to_string(n));
   }
-  const std::optional<std::string> reply = RequestPath(path);
-  if (!reply) RaiseGettingValue();
-  vivotek::ReadStates(*reply, offset, PortValues);
-  cache.MarkFresh();
+  const std::string reply = RequirePath(path);
+  ParseStates([&](std::vector<bool>& values) { vivotek::ReadStates(reply, offset, values); });
 }
 
 }  // namespace vmio

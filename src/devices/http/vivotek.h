@@ -14,8 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/common.h"
-#include "http/device_request.h"
+#include "devices/http/http_device.h"
 
 namespace vmio {
 
@@ -34,21 +33,20 @@ void ReadStates(std::string_view reply, int32_t offset, std::vector<bool>& value
 class Vivotek final : public HttpDevice {
  public:
   std::string PortName(int32_t Index) override;
-  Variant PortValue(int32_t Index) override;
+  using PortTableDevice::PortValue;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
+  enum Group : int32_t { kInputs, kOutputs };
+
   void BuildPortTable() override;
-  void RefreshInputs();
-  void RefreshOutputs();
-  // Reads one group ("di" or "do") of count ports whose first entry is at offset, unless the
-  // cache is fresh.
-  void RefreshGroup(const char* cgi, const char* item, int32_t count, int32_t offset, StateCache& cache);
+  int32_t GroupOf(int32_t Index) override { return PortDirection(Index) == IOInput ? kInputs : kOutputs; }
+  void ReadGroup(int32_t Group) override;
+  // Reads one group ("di" or "do") of count ports whose first entry is at offset.
+  void ReadStates(const char* cgi, const char* item, int32_t count, int32_t offset);
 
   int32_t InputCount = 0;
   int32_t OutputCount = 0;
-  StateCache inputs_read_;
-  StateCache outputs_read_;
 };
 
 }  // namespace vmio

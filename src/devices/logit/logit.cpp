@@ -1,6 +1,7 @@
 #include "devices/logit/logit.h"
 
 #include <chrono>
+#include <optional>
 #include <thread>
 
 #include "core/common.h"
@@ -23,6 +24,26 @@ constexpr int32_t kSettleMs = 500;       // after the attention byte at connect
 constexpr int32_t kOutputSettleMs = 50;  // after switching outputs
 
 bool IsOnOffTable(const std::string& table) { return table == "OffOn" || table == "OnOff"; }
+
+// The conversion table named by a sensor type's record; "" for none.
+std::string TableOf(uint8_t SensorType) {
+  const SensorRecord* sensor = FindSensor(std::to_string(SensorType));
+  return sensor && sensor->size() > 6 ? (*sensor)[6] : std::string();
+}
+
+// A reading as its sensor's table gives it: the raw number without a table, empty when the
+// file does not define the table, and a Boolean for an on/off table.
+Variant Converted(int32_t raw, const std::string& table) {
+  if (table.empty()) return Variant(raw);
+  std::optional<double> value;
+  try {
+    value = ConvertReading(raw, table);
+  } catch (const AutomationError&) {
+    // A table the file does not define: the reading stays empty.
+  }
+  if (IsOnOffTable(table)) return Variant(value == 1.0);
+  return value ? Variant(*value) : Variant();
+}
 
 [[noreturn]] void RaiseCommunicationError() { Raise(IOErrorGettingValue, "Device communication error"); }
 
@@ -68,7 +89,8 @@ std::string GetSensorName(uint8_t SensorType) {
   return "Port type " + std::to_string(SensorType);
 }
 
-LogIT::LogIT() { LoadSensorTable(); }
+// Every read asks the logger: readings are never cached.
+LogIT::LogIT() : PortTableDevice(ReadCaching::kNever) { LoadSensorTable(); }
 
 LogIT::~LogIT() {
   try {
@@ -78,30 +100,32 @@ LogIT::~LogIT() {
   }
 }
 
-void LogIT::Connect(const std::string& Device) {
+void LogIT::BuildPortTable() {
   StopKeepAlive();  // a second Connect must not leave the first one's timer behind
-  connected_ = usb_.OpenDevice(Device);
-  if (!connected_) RaiseConnectionFailed("Connection failed");
+  Connected = usb_.OpenDevice(Host);
+  if (!Connected) RaiseConnectionFailed("Connection failed");
 
   last_command_tick_ = TickCount();
   SendCommand({kAttention});
   Pause(kSettleMs);
   usb_.Flush();
 
-  port_count_ = 0;
+  // A refused model leaves the last connection's sensors in the table, with no ports.
+  PortCount = 0;
   SendCommand({kModelQuery});
   const int16_t model = usb_.ReceiveByte(100);
   if (model == -1) RaiseConnectionFailed("No response from the LogIT device");
   if (model < 48 || model > 55) RaiseConnectionFailed("Unsupported model number " + ModelHex(model));
-  port_count_ = 3;
+  ResizePorts(3);
 
-  sensor_type_.assign(static_cast<size_t>(port_count_), 0);
-  sensor_channel_.assign(static_cast<size_t>(port_count_), 0);
-  for (int32_t p = 0; p < port_count_; ++p) {
+  sensor_type_.assign(static_cast<size_t>(PortCount), 0);
+  sensor_channel_.assign(static_cast<size_t>(PortCount), 0);
+  for (int32_t p = 0; p < PortCount; ++p) {
     SendCommand({kSensorQuery, p});
     const std::vector<uint8_t> reply = ReceiveBytes(2, 100);
     sensor_type_[static_cast<size_t>(p)] = reply[0];
     sensor_channel_[static_cast<size_t>(p)] = reply[1];
+    At(p).direction = reply[0] == kOutputSensor ? IOBidirectional : IOInput;
   }
   timer_id_ = StartCallbackTimer(std::make_shared<KeepAlive>(*this), kKeepAliveInterval);
 }
@@ -109,53 +133,31 @@ void LogIT::Connect(const std::string& Device) {
 void LogIT::Disconnect() {
   StopKeepAlive();
   usb_.CloseDevice();
-  connected_ = false;
-}
-
-int32_t LogIT::Ports() {
-  if (!connected_) RaiseNotConnected();
-  return port_count_;
-}
-
-int32_t LogIT::PortDirection(int32_t Index) {
-  CheckIndex(Index);
-  return sensor_type_[static_cast<size_t>(Index)] == kOutputSensor ? IOBidirectional : IOInput;
+  PortTableDevice::Disconnect();
 }
 
 int32_t LogIT::PortType(int32_t Index) {
   CheckIndex(Index);
-  return IsOnOffTable(TableOf(Index)) ? vtBool : vtString;
+  return IsOnOffTable(TableOf(sensor_type_[static_cast<size_t>(Index)])) ? vtBool : vtString;
 }
 
 std::string LogIT::PortName(int32_t Index) {
-  if (Index < 0 || static_cast<size_t>(Index) >= sensor_type_.size()) Raise(kSubscriptOutOfRange);
+  At(Index);
   return GetSensorName(sensor_type_[static_cast<size_t>(Index)]);
 }
 
-Variant LogIT::PortValue(int32_t Index) {
-  if (!connected_) RaiseNotConnected();
-  if (Index < 0 || static_cast<size_t>(Index) >= sensor_channel_.size()) Raise(kSubscriptOutOfRange);
+void LogIT::ReadGroup(int32_t Index) {
   if (!SendCommand({kReading, Index, sensor_channel_[static_cast<size_t>(Index)]})) RaiseCommunicationError();
   const std::vector<uint8_t> reply = ReceiveBytes(2, 50);
   const int32_t raw = reply[0] * 256 + reply[1];
 
-  const std::string table = TableOf(Index);
-  if (table.empty()) return Variant(raw);
-  Variant value;
-  try {
-    value = Variant(ConvertReading(raw, table));
-  } catch (const AutomationError&) {
-    // A table the file does not define: the reading stays empty.
-  }
-  if (IsOnOffTable(table)) return Variant(!value.IsEmpty() && value.AsDouble() == 1);
-  return value;
+  SetValue(Index, Converted(raw, TableOf(sensor_type_[static_cast<size_t>(Index)])));
 }
 
 void LogIT::PortValue(int32_t Index, const Variant& NewValue) {
-  if (!connected_) RaiseNotConnected();
-  const int32_t direction = PortDirection(Index);
-  if (direction == IOInput) RaiseNotAnOutput(Index);
-  const int32_t mask = RequireBoolean(NewValue) ? 1 << Index : 0;
+  const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
+  if (!state) return;
+  const int32_t mask = *state ? 1 << Index : 0;
   if (!SendCommand({kSetOutputs, mask})) RaiseCommunicationError();
   Pause(kOutputSettleMs);
 }
@@ -189,12 +191,6 @@ std::vector<uint8_t> LogIT::ReceiveBytes(int32_t Count, int32_t Timeout) {
 
 void LogIT::CheckIndex(int32_t Index) {
   if (Index < 0 || Index >= Ports()) Raise(kSubscriptOutOfRange);
-}
-
-// The conversion table named by the port's sensor record; "" for none.
-std::string LogIT::TableOf(int32_t Index) const {
-  const SensorRecord* sensor = FindSensor(std::to_string(sensor_type_[static_cast<size_t>(Index)]));
-  return sensor && sensor->size() > 6 ? (*sensor)[6] : std::string();
 }
 
 void LogIT::StopKeepAlive() {

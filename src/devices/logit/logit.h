@@ -28,13 +28,13 @@
 #include <string>
 #include <vector>
 
+#include "devices/common/port_table_device.h"
 #include "devices/logit/logit_usb.h"
 #include "vmio/callbackable.h"
-#include "vmio/io_device.h"
 
 namespace vmio {
 
-class LogIT final : public IODevice, public Callbackable {
+class LogIT final : public PortTableDevice, public Callbackable {
  public:
   // Loads the sensor table; its errors (457, 9, 13) fail the creation.
   LogIT();
@@ -42,13 +42,12 @@ class LogIT final : public IODevice, public Callbackable {
   LogIT(const LogIT&) = delete;
   LogIT& operator=(const LogIT&) = delete;
 
-  void Connect(const std::string& Device) override;
   void Disconnect() override;
-  int32_t Ports() override;
-  int32_t PortDirection(int32_t Index) override;
+  // Names and types come from the thread's sensor table as it is at the call (a host may load
+  // another); the name without a connection test, from the last connection's sensors.
   int32_t PortType(int32_t Index) override;
   std::string PortName(int32_t Index) override;
-  Variant PortValue(int32_t Index) override;
+  using PortTableDevice::PortValue;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
   // The keep-alive: the model query, its answer discarded.
@@ -62,17 +61,22 @@ class LogIT final : public IODevice, public Callbackable {
   static constexpr int32_t kKeepAliveInterval = 750;  // ms
   static constexpr int32_t kIdleWakeUp = 1000;        // ms without a command
 
+  void BuildPortTable() override;
+  // Each read asks the logger for one port's reading (9 outside the last connection's table).
+  int32_t GroupOf(int32_t Index) override {
+    At(Index);
+    return Index;
+  }
+  void ReadGroup(int32_t Index) override;
+  // Through Ports, so an unconnected object answers 45003 before 9.
+  void CheckIndex(int32_t Index) override;
   bool SendCommand(std::initializer_list<int32_t> bytes);
   std::vector<uint8_t> ReceiveBytes(int32_t Count, int32_t Timeout);
-  void CheckIndex(int32_t Index);
-  std::string TableOf(int32_t Index) const;
   void StopKeepAlive();
 
   LogITUSB usb_;
-  bool connected_ = false;
-  int32_t port_count_ = 0;
-  std::vector<uint8_t> sensor_type_;
-  std::vector<uint8_t> sensor_channel_;
+  std::vector<uint8_t> sensor_type_;     // beside the ports: each sensor's type code
+  std::vector<uint8_t> sensor_channel_;  // and its channel byte
   int32_t timer_id_ = 0;
   int32_t last_command_tick_ = 0;
 };

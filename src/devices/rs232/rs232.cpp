@@ -54,70 +54,51 @@ const MemberTable RS232::kMembers{kRS232Members, &IODevice::kMembers};
 
 int32_t RS232::AddCommand(const std::string& Command) {
   commands_.push_back(Command);
-  return static_cast<int32_t>(commands_.size() - 1);
+  PortCount = static_cast<int32_t>(commands_.size());
+  PortTable.push_back(Port{IOInput, vtString, "Sensor " + std::to_string(PortCount), Variant(std::string())});
+  return PortCount - 1;
 }
 
 std::string RS232::GetCommand(int32_t Index) const {
-  CheckIndex(Index);
+  if (Index < 0 || static_cast<size_t>(Index) >= commands_.size()) Raise(kSubscriptOutOfRange);
   return commands_[static_cast<size_t>(Index)];
 }
 
-void RS232::Connect(const std::string& Device) {
-  const bool by_path = Device.starts_with('/');
-  const int16_t port = by_path ? 0 : RoundToInt16(Val(Device));
+void RS232::BuildPortTable() {
+  const std::string& device = Host;
+  const bool by_path = device.starts_with('/');
+  const int16_t port = by_path ? 0 : RoundToInt16(Val(device));
   // The new line replaces (and so closes) the old one, and stays even when it fails to open.
   line_ = CreateSerialLine();
   line_->SetInputLen(1);
   bool chosen = true;
   if (by_path) {
-    line_->SetCommPath(Device);
+    line_->SetCommPath(device);
   } else {
     chosen = line_->SetCommPort(port);
   }
   if (!chosen || !line_->SetPortOpen(true)) {
-    RaiseConnectionFailed("Error opening COM port " + (by_path ? Device : std::to_string(port)));
+    RaiseConnectionFailed("Error opening COM port " + (by_path ? device : std::to_string(port)));
   }
 }
 
 void RS232::Disconnect() {
+  PortTableDevice::Disconnect();
   if (!line_) return;
   if (line_->PortOpen()) line_->SetPortOpen(false);
   line_.reset();
 }
 
-int32_t RS232::Ports() { return static_cast<int32_t>(commands_.size()); }
-
-int32_t RS232::PortDirection(int32_t Index) {
-  CheckIndex(Index);
-  return IOInput;
-}
-
-int32_t RS232::PortType(int32_t Index) {
-  CheckIndex(Index);
-  return vtString;
-}
-
-std::string RS232::PortName(int32_t Index) {
-  CheckIndex(Index);
-  return "Sensor " + std::to_string(Index + 1);
-}
-
-Variant RS232::PortValue(int32_t Index) {
-  CheckIndex(Index);
+void RS232::ReadGroup(int32_t Index) {
   // A copy: events run during the reply wait may add commands.
   const std::string command = commands_[static_cast<size_t>(Index)];
   const std::string_view terminator = TerminatorOf(command);
-  if (command.size() == terminator.size()) return Listen(terminator);
-  return Ask(command);
+  SetValue(Index, command.size() == terminator.size() ? Listen(terminator) : Ask(command));
 }
 
 void RS232::PortValue(int32_t Index, const Variant&) {
-  CheckIndex(Index);
-  RaiseNotAnOutput(Index);
-}
-
-void RS232::CheckIndex(int32_t Index) const {
-  if (Index < 0 || static_cast<size_t>(Index) >= commands_.size()) Raise(kSubscriptOutOfRange);
+  // Every port is an input: 9 outside the list, else 45004.
+  BeginWrite(Index);
 }
 
 SerialLine& RS232::Line() {

@@ -34,25 +34,23 @@
 #include <string_view>
 #include <vector>
 
+#include "devices/common/port_table_device.h"
 #include "serial/serial_line.h"
-#include "vmio/io_device.h"
 
 namespace vmio {
 
-class RS232 final : public IODevice {
+class RS232 final : public PortTableDevice {
  public:
+  // Every read asks the instrument (or takes what it sent): values are never cached.
+  RS232() : PortTableDevice(ReadCaching::kNever) {}
+
   // Appends a command and returns its port index (0 for the first).
   int32_t AddCommand(const std::string& Command);
   // The command of a port, line end included; 9 outside the list.
   std::string GetCommand(int32_t Index) const;
 
-  void Connect(const std::string& Device) override;
   void Disconnect() override;
-  int32_t Ports() override;
-  int32_t PortDirection(int32_t Index) override;
-  int32_t PortType(int32_t Index) override;
-  std::string PortName(int32_t Index) override;
-  Variant PortValue(int32_t Index) override;
+  using PortTableDevice::PortValue;
   void PortValue(int32_t Index, const Variant& NewValue) override;
 
   // The interface's members, then AddCommand and GetCommand.
@@ -60,7 +58,12 @@ class RS232 final : public IODevice {
   const MemberTable& Members() const override { return kMembers; }
 
  private:
-  void CheckIndex(int32_t Index) const;
+  // The ports are the commands; Connect only opens the line named by the device string.
+  void BuildPortTable() override;
+  // No connected flag: a read without a line raises 91 and one on a line that failed to open
+  // raises the line's 8018, from the line itself.
+  void RequireConnected() override {}
+  void ReadGroup(int32_t Index) override;
   SerialLine& Line();
   std::string ReadText();
   void ClearInput(WaitClock::time_point deadline);

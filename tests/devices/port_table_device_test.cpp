@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "core/errors.h"
-#include "core/port_table.h"
+#include "devices/common/port_table_device.h"
 #include "support/raised.h"
 
 namespace vmio {
@@ -14,11 +14,9 @@ class TwoInOneOut : public PortTableDevice {
     ResizePorts(3);
     FillDirections(2);
   }
-  std::string PortName(int32_t) override { return {}; }
-  Variant PortValue(int32_t Index) override {
-    if (!Connected) RaiseNotConnected();
-    return Value(Index);
-  }
+  int32_t GroupOf(int32_t) override { return kNoGroup; }
+  void ReadGroup(int32_t) override {}
+  using PortTableDevice::PortValue;
   void PortValue(int32_t Index, const Variant& NewValue) override {
     if (auto state = BeginOutputWrite(Index, NewValue)) {
       SetValue(Index, *state);
@@ -67,6 +65,50 @@ TEST(PortTable, WritesCheckDirectionThenTypeAndUseTheRunTogetherText) {
   d.PortValue(2, true);
   EXPECT_EQ(d.PortValue(2), Variant(true));
   EXPECT_EQ(d.writes, 1);
+}
+
+// Two groups of one port each; counts the reads the device sees and can fail them.
+class TwoGroups : public PortTableDevice {
+ public:
+  explicit TwoGroups(ReadCaching caching) : PortTableDevice(caching) {}
+  void BuildPortTable() override { ResizePorts(2); }
+  void ReadGroup(int32_t Group) override {
+    ++reads[Group];
+    if (fail) RaiseGettingValue();
+    SetValue(Group, true);
+  }
+  void PortValue(int32_t, const Variant&) override {}
+  using PortTableDevice::PortValue;
+  using ReadCaching = PortTableDevice::ReadCaching;
+  int reads[2] = {0, 0};
+  bool fail = false;
+};
+
+TEST(PortTable, EachGroupIsReadOnceWhileFreshAndAFailedReadFollowsTheDriversMarking) {
+  TwoGroups cached(TwoGroups::ReadCaching::kAfterRead);
+  cached.Connect("dev");
+  EXPECT_EQ(Raised([&] { cached.PortValue(2); }), "9 Subscript out of range");
+  cached.fail = true;
+  EXPECT_EQ(Raised([&] { cached.PortValue(0); }), "45005 Unable to connect to the device");
+  cached.fail = false;
+  EXPECT_EQ(cached.PortValue(0), Variant(true));  // a failed read is asked again
+  EXPECT_EQ(cached.PortValue(0), Variant(true));
+  EXPECT_EQ(cached.PortValue(1), Variant(true));  // the other group has its own cache
+  EXPECT_EQ(cached.reads[0], 2);
+  EXPECT_EQ(cached.reads[1], 1);
+
+  TwoGroups held_off(TwoGroups::ReadCaching::kBeforeRead);
+  held_off.Connect("dev");
+  held_off.fail = true;
+  EXPECT_EQ(Raised([&] { held_off.PortValue(0); }), "45005 Unable to connect to the device");
+  EXPECT_EQ(held_off.PortValue(0), Variant(false));  // marked before asking: the table answers
+  EXPECT_EQ(held_off.reads[0], 1);
+
+  TwoGroups uncached(TwoGroups::ReadCaching::kNever);
+  uncached.Connect("dev");
+  uncached.PortValue(1);
+  uncached.PortValue(1);
+  EXPECT_EQ(uncached.reads[1], 2);
 }
 
 }  // namespace

@@ -1,10 +1,11 @@
-// The request routine the HTTP drivers share, through a driver that only exposes it.
-#include "http/device_request.h"
+// The one exchange the HTTP drivers share, through a driver that only exposes it.
+#include "devices/http/http_device.h"
 
 #include <gtest/gtest.h>
 
+#include "http/raw_peer.h"
 #include "http_sim_server.h"
-#include "raw_peer.h"
+#include "vmio/error.h"
 
 namespace vmio {
 namespace {
@@ -16,11 +17,12 @@ using sim::HttpSimServer;
 
 class ProbeDevice final : public HttpDevice {
  public:
+  using HttpDevice::BodyText;
+  using HttpDevice::Fetch;
   using HttpDevice::RequestPath;
-  using HttpDevice::TryGet;
   void BuildPortTable() override {}
-  std::string PortName(int32_t) override { return {}; }
-  Variant PortValue(int32_t) override { return {}; }
+  int32_t GroupOf(int32_t) override { return kNoGroup; }
+  void ReadGroup(int32_t) override {}
   void PortValue(int32_t, const Variant&) override {}
 };
 
@@ -36,18 +38,23 @@ TEST(DeviceRequestTest, GivesTheBodyOnlyFor200) {
 
   device.Connect(server.Authority());  // no credentials: a 401 page, which is no answer
   EXPECT_EQ(device.RequestPath("/io?x=1"), std::nullopt);
-  const std::optional<std::string> page = device.TryGet("/io?x=1");
-  ASSERT_TRUE(page);
-  EXPECT_NE(page->find("401 Unauthorized"), std::string::npos) << *page;
+  const HttpResponse page = device.Fetch("/io?x=1");
+  ASSERT_TRUE(page.Ok());
+  EXPECT_FALSE(page.StatusIs200());
+  EXPECT_NE(device.BodyText(page).find("401 Unauthorized"), std::string::npos) << device.BodyText(page);
 
   device.Connect(server.DeviceString());  // "root:pass@127.0.0.1:PORT"
   EXPECT_EQ(device.RequestPath("/io?x=1"), "caf\xC3\xA9 x=1");
   EXPECT_EQ(device.RequestPath("/missing"), std::nullopt);
   EXPECT_EQ(server.RequestLog(), (std::vector<std::string>{"/io?x=1", "/missing"}));
 
-  // A transport failure raises nothing.
+  // A transport failure raises nothing: the client's error comes back as a value.
   server.Stop();
   EXPECT_EQ(device.RequestPath("/io?x=3"), std::nullopt);
+  const HttpResponse failed = device.Fetch("/io?x=3");
+  EXPECT_EQ(failed.error, kHttpConnectFailed);
+  EXPECT_EQ(failed.error_text, "Failed to connect to the HTTP server.");
+  EXPECT_TRUE(failed.body.empty());
 }
 
 TEST(DeviceRequestTest, IdentifiesItselfAsTheEngine) {

@@ -1,4 +1,4 @@
-#include "http/device_request.h"
+#include "devices/http/http_device.h"
 
 #include "core/errors.h"
 #include "core/string_encoding.h"
@@ -18,27 +18,19 @@ std::string HttpDevice::Url(std::string_view Path) const {
   return url;
 }
 
-std::string HttpDevice::Get(std::string_view Path) {
-  return BytesToString(client_.GetResource(Url(Path)), kCodePage1252);
+HttpResponse HttpDevice::Fetch(std::string_view Path) { return client_.Fetch(Url(Path)); }
+
+std::string HttpDevice::BodyText(const HttpResponse& response) { return BytesToString(response.body, kCodePage1252); }
+
+std::optional<std::string> HttpDevice::Body200(const HttpResponse& response) {
+  if (!response.Ok() || !response.StatusIs200()) return std::nullopt;
+  return BodyText(response);
 }
 
-std::optional<std::string> HttpDevice::TryGet(std::string_view Path) {
-  try {
-    return Get(Path);
-  } catch (const std::exception&) {  // every error, not only the client's
-    return std::nullopt;
-  }
-}
-
-bool HttpDevice::LastStatusIs200() const {
-  const std::string& headers = client_.LastHeaders();
-  return headers.size() >= 12 && headers.compare(9, 3, "200") == 0;
-}
-
-std::optional<std::string> HttpDevice::RequestPath(std::string_view Path) {
-  std::optional<std::string> body = TryGet(Path);
-  if (body && !LastStatusIs200()) body.reset();
-  return body;
+std::string HttpDevice::RequirePath(std::string_view Path) {
+  std::optional<std::string> body = RequestPath(Path);
+  if (!body) RaiseGettingValue();
+  return std::move(*body);
 }
 
 std::string HttpDevice::RequireConnectReply(std::optional<std::string> reply) {

@@ -1,0 +1,44 @@
+#pragma once
+// The HTTP state every HTTP driver shares, and its one exchange with a device.
+//
+// Host is the Connect string, used verbatim as the authority of every URL, so it may carry a
+// port (host:8080) and credentials (user:password@host); nothing else passes credentials.
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "devices/common/port_table_device.h"
+#include "http/http_client.h"
+
+namespace vmio {
+
+inline constexpr char kDeviceUserAgent[] = "Vastmere IO Engine";
+
+class HttpDevice : public PortTableDevice {
+ protected:
+  HttpDevice();
+
+  // GET "http://" + Host + Path: the reply, or the client's error, as a value. Never raises
+  // the client's errors; every exchange of an HTTP driver with its device is one of these.
+  HttpResponse Fetch(std::string_view Path);
+  // The body decoded from code page 1252.
+  static std::string BodyText(const HttpResponse& response);
+  // The decoded body when the device answered with status 200; nothing otherwise (an
+  // authorisation failure or a missing CGI as much as a dead device).
+  static std::optional<std::string> Body200(const HttpResponse& response);
+
+  // Fetch judged by Body200: the decoded body of a 200 reply, or nothing.
+  std::optional<std::string> RequestPath(std::string_view Path) { return Body200(Fetch(Path)); }
+  // As RequestPath for a group refresh or a write: without a 200 reply, 45005.
+  std::string RequirePath(std::string_view Path);
+
+  // The first reply of Connect, or 45001 "Unable to connect to the device" when there is none.
+  static std::string RequireConnectReply(std::optional<std::string> reply);
+
+ private:
+  std::string Url(std::string_view Path) const;
+
+  HTTPClient client_;
+};
+
+}  // namespace vmio
