@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <thread>
-
 #include "support/counting_target.h"
 #include "support/test_clock.h"
 #include "vmio/events.h"

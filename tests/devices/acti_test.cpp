@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "acti_sim.h"

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <thread>
 
 #include "adam_sim.h"
 #include "devices/adam/adam.h"

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <thread>
 
 #include "devices/axxessid/axxessid_sensor.h"
 #include "support/ax200_site.h"

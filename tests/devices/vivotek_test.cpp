@@ -5,7 +5,6 @@
 #include <chrono>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 

@@ -9,7 +9,6 @@
 #include <memory>
 #include <ostream>
 #include <string>
-#include <thread>
 #include <type_traits>
 #include <vector>
 
