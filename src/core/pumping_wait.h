@@ -18,9 +18,6 @@
 //   the system clock.
 // - Code that loops on the clock without sleeping (draining a line that never stops sending)
 //   never ends under a clock that stands still: such cases keep the system clock too.
-#include <chrono>
-#include <cstdint>
-
 #include "core/tick_source.h"
 
 namespace vmio {
