@@ -18,13 +18,24 @@
 //   the system clock.
 // - Code that loops on the clock without sleeping (draining a line that never stops sending)
 //   never ends under a clock that stands still: such cases keep the system clock too.
-#include "core/tick_source.h"
+#include <chrono>
+#include <cstdint>
+
+#include "core/tick_source.h"  // WaitClock
 
 namespace vmio {
+
+// What a wait can wait for: a file descriptor on POSIX, a HANDLE on Windows.
+using WaitHandle = std::intptr_t;
+inline constexpr WaitHandle kNoWaitHandle = -1;  // wait for the deadline only
 
 // True as soon as handle is ready to read (data, end of stream or an error a read reports),
 // false once the deadline has passed. Due timers run at least once, even when the deadline
 // has already passed.
 bool PumpingWait(WaitHandle handle, WaitClock::time_point deadline);
+
+// The platform's idle wait: until handle is ready or milliseconds pass, or (where the system
+// delivers events by itself) an event arrives. True when handle is ready.
+bool WaitForHandle(WaitHandle handle, int32_t milliseconds);
 
 }  // namespace vmio

@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include "core/pumping_wait.h"
+
 namespace vmio {
 namespace {
 
@@ -16,7 +18,7 @@ int64_t ClockMilliseconds() {
   return source ? source->Milliseconds() : SystemMilliseconds();
 }
 
-bool IdleWait(WaitHandle handle, int32_t milliseconds) {
+bool IdleWait(std::intptr_t handle, int32_t milliseconds) {
   TickSource* source = installed.load(std::memory_order_acquire);
   return source ? source->Idle(handle, milliseconds) : WaitForHandle(handle, milliseconds);
 }

@@ -13,26 +13,19 @@
 
 namespace vmio {
 
-// What a wait can wait for: a file descriptor on POSIX, a HANDLE on Windows.
-using WaitHandle = std::intptr_t;
-inline constexpr WaitHandle kNoWaitHandle = -1;  // wait for the deadline only
-
 // Milliseconds since the system started, 64 bits wide (never wraps); one implementation per
 // platform (src/platform/<os>/core/tick.cpp).
 int64_t SystemMilliseconds();
-
-// The platform's idle wait: until handle is ready or milliseconds pass on the system clock, or
-// (where the system delivers events by itself) an event arrives. True when handle is ready.
-bool WaitForHandle(WaitHandle handle, int32_t milliseconds);
 
 // A replacement for the system clock.
 class TickSource {
  public:
   // Milliseconds on this clock; never goes back.
   virtual int64_t Milliseconds() = 0;
-  // The pumping wait's sleep: what WaitForHandle is on the system clock. Returns true when
-  // handle is ready; false once milliseconds have passed on this clock.
-  virtual bool Idle(WaitHandle handle, int32_t milliseconds) = 0;
+  // The pumping wait's sleep on a WaitHandle (core/pumping_wait.h): what WaitForHandle is on
+  // the system clock. True when handle is ready; false once milliseconds have passed on this
+  // clock.
+  virtual bool Idle(std::intptr_t handle, int32_t milliseconds) = 0;
 
  protected:
   ~TickSource() = default;
@@ -45,8 +38,8 @@ void SetTickSourceForTesting(TickSource* source);
 // Milliseconds on the installed clock.
 int64_t ClockMilliseconds();
 
-// The installed clock's idle wait.
-bool IdleWait(WaitHandle handle, int32_t milliseconds);
+// The installed clock's idle wait: its Idle, or WaitForHandle on the system clock.
+bool IdleWait(std::intptr_t handle, int32_t milliseconds);
 
 // The installed clock as a std::chrono clock, for deadlines: WaitClock::now() + 5s.
 struct WaitClock {

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 
+#include "core/pumping_wait.h"
 #include "core/tick_source.h"
 
 namespace vmio::test {
@@ -36,7 +37,7 @@ class TestClock final : public TickSource {
 
   int64_t Milliseconds() override { return now_; }
 
-  bool Idle(WaitHandle handle, int32_t milliseconds) override {
+  bool Idle(std::intptr_t handle, int32_t milliseconds) override {
     const auto real = std::min<int64_t>(milliseconds, quiet_.count());
     if (handle != kNoWaitHandle && WaitForHandle(handle, static_cast<int32_t>(real))) return true;
     now_ += milliseconds;
