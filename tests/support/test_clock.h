@@ -20,7 +20,7 @@ class TestClock final : public TickSource {
   // Just before the 32-bit tick wraps, so a test that waits out a cache crosses the wrap.
   static constexpr int64_t kStart = (int64_t{1} << 32) - 250;
 
-  explicit TestClock(std::chrono::milliseconds quiet = kQuiet) : quiet_(quiet) { SetTickSourceForTesting(this); }
+  TestClock() { SetTickSourceForTesting(this); }
   ~TestClock() { SetTickSourceForTesting(nullptr); }
   TestClock(const TestClock&) = delete;
   TestClock& operator=(const TestClock&) = delete;
@@ -38,14 +38,13 @@ class TestClock final : public TickSource {
   int64_t Milliseconds() override { return now_; }
 
   bool Idle(std::intptr_t handle, int32_t milliseconds) override {
-    const auto real = std::min<int64_t>(milliseconds, quiet_.count());
+    const auto real = std::min<int64_t>(milliseconds, kQuiet.count());
     if (handle != kNoWaitHandle && WaitForHandle(handle, static_cast<int32_t>(real))) return true;
     now_ += milliseconds;
     return false;
   }
 
  private:
-  std::chrono::milliseconds quiet_;
   std::atomic<int64_t> now_{kStart};
 };
 
