@@ -1,6 +1,11 @@
 #include "core/common.h"
 
+#include "core/tick_source.h"
+
 namespace vmio {
+
+// The low 32 bits, as the system's own 32-bit tick counter gives them.
+int32_t TickCount() { return static_cast<int32_t>(static_cast<uint32_t>(ClockMilliseconds())); }
 
 int32_t TickDiff(int32_t start) { return TickDiff(start, TickCount()); }
 

@@ -6,7 +6,8 @@
 namespace vmio {
 
 // Milliseconds since the system started, kept to 32 bits (wraps after about 49.7 days).
-// Not a process clock: a cache whose last-read tick is 0 is stale on its first read.
+// Not a process clock: a cache whose last-read tick is 0 is stale on its first read. Read from
+// the installed clock (core/tick_source.h), so a test clock moves it.
 int32_t TickCount();
 
 // Milliseconds from start to end (now when omitted). Both are taken to their low 31 bits;

@@ -9,11 +9,11 @@ namespace vmio {
 bool PumpingWait(WaitHandle handle, WaitClock::time_point deadline) {
   for (;;) {
     RunPendingEvents();
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - WaitClock::now()).count();
+    const auto left = (deadline - WaitClock::now()).count();
     if (left <= 0) return handle != kNoWaitHandle && WaitForHandle(handle, 0);
     int32_t slice = static_cast<int32_t>(std::min<decltype(left)>(left, INT32_MAX));
     if (const int32_t next = MillisecondsUntilNextEvent(); next >= 0) slice = std::min(slice, next);
-    if (WaitForHandle(handle, slice)) return true;
+    if (IdleWait(handle, slice)) return true;
   }
 }
 

@@ -3,16 +3,31 @@
 // for is ready to read, the thread's due timers run meanwhile and the thread otherwise sleeps.
 // The serial reply wait, the command line's sleep and watch use it; a caller that waits for
 // something in steps (read a line, check it, wait again) calls it again with the same deadline.
+//
+// Deadlines are on WaitClock, the installed clock (core/tick_source.h). The wait sleeps through
+// the installed clock's Idle, so a test clock decides how much real time a wait costs. The
+// rule the test programs' clock keeps (tests/support/test_clock.h), and why it is sound:
+// - It stands still unless a test advances it or a wait sleeps; a sleep with nothing to wait
+//   for (kNoWaitHandle) moves it at once to the deadline or the next timer's beat, whichever
+//   comes first.
+// - A sleep on a handle first waits on the system clock for the handle, for the shorter of the
+//   sleep and the clock's quiet period, and moves the clock only if nothing arrived. A peer
+//   on another thread or process (a simulator) that answers within the quiet period is seen
+//   exactly as with the system clock; one that does not is taken for silent. A test whose peer
+//   answers late on purpose, or whose peer's delays are measured on the system clock, keeps
+//   the system clock.
+// - Code that loops on the clock without sleeping (draining a line that never stops sending)
+//   never ends under a clock that stands still: such cases keep the system clock too.
 #include <chrono>
 #include <cstdint>
+
+#include "core/tick_source.h"  // WaitClock
 
 namespace vmio {
 
 // What a wait can wait for: a file descriptor on POSIX, a HANDLE on Windows.
 using WaitHandle = std::intptr_t;
 inline constexpr WaitHandle kNoWaitHandle = -1;  // wait for the deadline only
-
-using WaitClock = std::chrono::steady_clock;
 
 // True as soon as handle is ready to read (data, end of stream or an error a read reports),
 // false once the deadline has passed. Due timers run at least once, even when the deadline

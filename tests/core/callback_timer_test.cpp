@@ -6,6 +6,7 @@
 
 #include "support/counting_target.h"
 #include "support/raised.h"
+#include "support/test_clock.h"
 #include "vmio/error.h"
 #include "vmio/events.h"
 
@@ -15,14 +16,16 @@ namespace {
 using namespace std::chrono_literals;
 using test::Raised;
 using Counter = test::CountingTarget;
+using test::TestClock;
 
 const std::string kInvalidCall = "5 Invalid procedure call or argument";
 
 TEST(CallbackTimer, FiresOnlyWhenEventsRunAndCoalescesMissedPeriods) {
+  TestClock clock;
   auto counter = std::make_shared<Counter>();
   const int32_t id = StartCallbackTimer(counter, 40);
   EXPECT_GT(id, 0);
-  std::this_thread::sleep_for(130ms);
+  clock.Advance(130ms);
   EXPECT_EQ(counter->calls, 0) << "no callback without letting events run";
   RunPendingEvents();
   EXPECT_EQ(counter->calls, 1) << "three missed periods fire once";
@@ -36,15 +39,17 @@ TEST(CallbackTimer, FiresOnlyWhenEventsRunAndCoalescesMissedPeriods) {
 }
 
 TEST(CallbackTimer, PeriodicUnderAHostPollLoop) {
+  TestClock clock;
   auto counter = std::make_shared<Counter>();
   const int32_t id = StartCallbackTimer(counter, 50);
   const int32_t first = MillisecondsUntilNextEvent();
   EXPECT_GT(first, 40);
   EXPECT_LE(first, 50);
   // A host loop that sleeps exactly as long as it is told.
-  const auto end = std::chrono::steady_clock::now() + 330ms;
-  while (std::chrono::steady_clock::now() < end) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(MillisecondsUntilNextEvent()));
+  for (auto slept = 0ms; slept < 330ms;) {
+    const auto told = std::chrono::milliseconds(MillisecondsUntilNextEvent());
+    clock.Advance(told);
+    slept += told;
     RunPendingEvents();
   }
   StopCallbackTimer(id);
@@ -53,12 +58,13 @@ TEST(CallbackTimer, PeriodicUnderAHostPollLoop) {
 }
 
 TEST(CallbackTimer, EachObjectGetsItsOwnCallbacks) {
+  TestClock clock;
   auto fast = std::make_shared<Counter>();
   auto slow = std::make_shared<Counter>();
   const int32_t fast_id = StartCallbackTimer(fast, 20);
   const int32_t slow_id = StartCallbackTimer(slow, 10000);
   EXPECT_NE(fast_id, slow_id);
-  std::this_thread::sleep_for(30ms);
+  clock.Advance(30ms);
   RunPendingEvents();
   EXPECT_EQ(fast->calls, 1);
   EXPECT_EQ(slow->calls, 0);
@@ -67,11 +73,12 @@ TEST(CallbackTimer, EachObjectGetsItsOwnCallbacks) {
 }
 
 TEST(CallbackTimer, NeverFiresAfterStopEvenWhenAlreadyDue) {
+  TestClock clock;
   auto a = std::make_shared<Counter>();
   auto b = std::make_shared<Counter>();
   const int32_t a_id = StartCallbackTimer(a, 10);
   const int32_t b_id = StartCallbackTimer(b, 20);
-  std::this_thread::sleep_for(40ms);  // both due; a's beat comes first
+  clock.Advance(40ms);  // both due; a's beat comes first
 
   StopCallbackTimer(a_id);
   RunPendingEvents();
@@ -84,7 +91,7 @@ TEST(CallbackTimer, NeverFiresAfterStopEvenWhenAlreadyDue) {
   const int32_t c_id = StartCallbackTimer(c, 10);
   const int32_t d_id = StartCallbackTimer(d, 20);
   c->also = [d_id] { StopCallbackTimer(d_id); };
-  std::this_thread::sleep_for(40ms);
+  clock.Advance(40ms);
   RunPendingEvents();
   EXPECT_EQ(c->calls, 1);
   EXPECT_EQ(d->calls, 0);
@@ -94,6 +101,7 @@ TEST(CallbackTimer, NeverFiresAfterStopEvenWhenAlreadyDue) {
 }
 
 TEST(CallbackTimer, ErrorsInACallbackAreSwallowedAndTheTimerKeepsRunning) {
+  TestClock clock;
   auto counter = std::make_shared<Counter>();
   counter->also = [&] {
     if (counter->calls == 1) throw AutomationError(45005, "Timed out receiving data");
@@ -101,7 +109,7 @@ TEST(CallbackTimer, ErrorsInACallbackAreSwallowedAndTheTimerKeepsRunning) {
   };
   const int32_t id = StartCallbackTimer(counter, 10);
   for (int i = 0; i < 3; ++i) {
-    std::this_thread::sleep_for(15ms);
+    clock.Advance(15ms);
     EXPECT_NO_THROW(RunPendingEvents());
   }
   EXPECT_EQ(counter->calls, 3);
@@ -109,13 +117,14 @@ TEST(CallbackTimer, ErrorsInACallbackAreSwallowedAndTheTimerKeepsRunning) {
 }
 
 TEST(CallbackTimer, RegistryOwnsTheTargetUntilStopped) {
+  TestClock clock;
   auto counter = std::make_shared<Counter>();
   const std::weak_ptr<Counter> watch = counter;
   const int32_t id = StartCallbackTimer(counter, 10);
   counter->also = [id] { StopCallbackTimer(id); };  // stops itself while running
   counter.reset();
   ASSERT_FALSE(watch.expired());
-  std::this_thread::sleep_for(15ms);
+  clock.Advance(15ms);
   RunPendingEvents();
   EXPECT_TRUE(watch.expired()) << "released once its callback stopped its own timer";
 
@@ -123,12 +132,13 @@ TEST(CallbackTimer, RegistryOwnsTheTargetUntilStopped) {
 }
 
 TEST(CallbackTimer, TimersBelongToTheThreadThatStartedThem) {
+  TestClock clock;
   auto counter = std::make_shared<Counter>();
   int32_t other_id = 0;
   std::thread([&] {
     other_id = StartCallbackTimer(counter, 10);
     EXPECT_EQ(other_id, 1) << "each thread numbers its timers from 1";
-    std::this_thread::sleep_for(15ms);
+    clock.Advance(15ms);
     RunPendingEvents();
     StopCallbackTimer(other_id);
   }).join();
@@ -137,7 +147,7 @@ TEST(CallbackTimer, TimersBelongToTheThreadThatStartedThem) {
   auto mine = std::make_shared<Counter>();
   const int32_t id = StartCallbackTimer(mine, 10);
   std::thread([&] {
-    std::this_thread::sleep_for(15ms);
+    clock.Advance(15ms);
     RunPendingEvents();
     EXPECT_EQ(Raised([id] { StopCallbackTimer(id); }), kInvalidCall);
   }).join();

@@ -3,9 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <thread>
-
 #include "support/counting_target.h"
+#include "support/test_clock.h"
 #include "vmio/events.h"
 
 namespace vmio {
@@ -55,9 +54,10 @@ TEST(PumpingWait, ReturnsAtTheDeadlineWhenNothingBecomesReady) {
     EXPECT_GE(took, 120ms);
     EXPECT_LT(took, 220ms);
   }
+  test::TestClock clock;
   auto due = std::make_shared<Action>();
   const int32_t id = StartCallbackTimer(due, 10);
-  std::this_thread::sleep_for(20ms);
+  clock.Advance(20ms);
   EXPECT_FALSE(PumpingWait(kNoWaitHandle, WaitClock::now() - 1ms));
   EXPECT_EQ(due->calls, 1) << "a due timer runs even when the deadline has passed";
   StopCallbackTimer(id);

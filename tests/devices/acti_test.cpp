@@ -4,13 +4,13 @@
 
 #include <chrono>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "acti_sim.h"
 #include "http_sim_server.h"
 #include "support/ports.h"
 #include "support/raised.h"
+#include "support/test_clock.h"
 
 namespace vmio {
 namespace {
@@ -56,6 +56,7 @@ TEST(ACTi, FirmwareVersionGivesFourPortsPerChannel) {
 }
 
 TEST(ACTi, EachChannelIsReadWithItsOwnStatusRequestAndCache) {
+  test::TestClock clock;
   ACTiSim device(Channels(2));
   device.Start();
   device.Points().SetInput(ACTiSim::PointNumber(1, 2), true);
@@ -77,7 +78,7 @@ TEST(ACTi, EachChannelIsReadWithItsOwnStatusRequestAndCache) {
 
   device.Points().SetInput(ACTiSim::PointNumber(1, 1), true);
   EXPECT_FALSE(Read(a, 0));
-  std::this_thread::sleep_for(600ms);
+  clock.Advance(600ms);
   EXPECT_TRUE(Read(a, 0));
   EXPECT_EQ(device.Server().RequestCount("/cgi-bin/cmd/mpeg4"), 3);
 }

@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <thread>
 
 #include "adam_sim.h"
 #include "devices/adam/adam.h"
 #include "support/loopback_peer.h"
 #include "support/raised.h"
+#include "support/test_clock.h"
 
 namespace vmio {
 namespace {
@@ -72,6 +72,7 @@ TEST(ADAM, BuildsThePortTableOfEveryModel) {
 }
 
 TEST(ADAM, ReadsEveryPointFromOneReadCachedForHalfASecond) {
+  test::TestClock clock;
   Rig rig({.model = "6060"});
   rig.module.Points().SetInput(2, true);
   rig.module.Points().SetInput(6, true);
@@ -86,10 +87,10 @@ TEST(ADAM, ReadsEveryPointFromOneReadCachedForHalfASecond) {
   EXPECT_EQ(rig.Reads(), probe + 1);
 
   rig.module.Points().SetInput(2, false);
-  std::this_thread::sleep_for(100ms);
+  clock.Advance(100ms);
   EXPECT_TRUE(rig.adam.PortValue(1).AsBool());  // still the cached state
   EXPECT_EQ(rig.Reads(), probe + 1);
-  std::this_thread::sleep_for(600ms);
+  clock.Advance(600ms);
   EXPECT_FALSE(rig.adam.PortValue(1).AsBool());
   EXPECT_EQ(rig.Reads(), probe + 2);
   // Each read asks for coils 0 to 31 (after the probe, transaction 0, and the first read).

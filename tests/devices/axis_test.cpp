@@ -5,13 +5,13 @@
 #include <chrono>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "axis_sim.h"
 #include "http_sim_server.h"
 #include "support/ports.h"
 #include "support/raised.h"
+#include "support/test_clock.h"
 
 namespace vmio {
 namespace {
@@ -104,6 +104,7 @@ TEST(Axis, NamesFallBackWhenTheDeviceRefusesThem) {
 }
 
 TEST(Axis, EachKindOfReadIsCachedForHalfASecond) {
+  test::TestClock clock;
   AxisSim device(OlderFirmware(4, 2));
   device.Start();
   device.Points().SetInput(2, true);
@@ -114,7 +115,7 @@ TEST(Axis, EachKindOfReadIsCachedForHalfASecond) {
 
   EXPECT_TRUE(Read(axis, 1));
   EXPECT_EQ(server.RequestLog(), (std::vector<std::string>{"/axis-cgi/io/input.cgi?check=1,2,3,4"}));
-  std::this_thread::sleep_for(100ms);
+  clock.Advance(100ms);
   device.Points().SetInput(2, false);
   EXPECT_TRUE(Read(axis, 1));  // still the cached state
   EXPECT_FALSE(Read(axis, 3));
@@ -133,7 +134,7 @@ TEST(Axis, EachKindOfReadIsCachedForHalfASecond) {
   EXPECT_FALSE(Read(axis, 1));
   EXPECT_EQ(server.RequestCount("/axis-cgi/io/input.cgi"), 1);
 
-  std::this_thread::sleep_for(600ms);
+  clock.Advance(600ms);
   EXPECT_TRUE(Read(axis, 1));
   EXPECT_EQ(server.RequestCount("/axis-cgi/io/input.cgi"), 2);
   EXPECT_EQ(server.RequestCount("/axis-cgi/io/output.cgi"), 1);

@@ -2,11 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <thread>
 
 #include "devices/axxessid/axxessid_sensor.h"
 #include "support/ax200_site.h"
 #include "support/raised.h"
+#include "support/test_clock.h"
 
 namespace vmio {
 namespace {
@@ -16,6 +16,7 @@ using test::Ax200Site;
 using test::Raised;
 
 TEST(AxxessIDSensor, SensorsAreStringInputsInListOrderWithTheirCurrentValues) {
+  test::TestClock clock;
   Ax200Site site;
   AxxessIDSensor sensor;
   sensor.Connect("site");
@@ -28,12 +29,13 @@ TEST(AxxessIDSensor, SensorsAreStringInputsInListOrderWithTheirCurrentValues) {
   // One list read serves every port for 500 ms; then the new value shows.
   site.sim.SetSensorValue("1", "23.0");
   EXPECT_EQ(sensor.PortValue(0), Variant("21.5"));
-  std::this_thread::sleep_for(520ms);
+  clock.Advance(520ms);
   EXPECT_EQ(sensor.PortValue(0), Variant("23.0"));
   EXPECT_EQ(sensor.PortValue(1), Variant("40"));
 }
 
 TEST(AxxessIDSensor, WritesIndexesAndConnectionFailAsForTheDoors) {
+  test::TestClock clock;
   Ax200Site site;
   AxxessIDSensor sensor;
   EXPECT_EQ(Raised([&] { sensor.PortValue(0, Variant("1")); }), "45003 Not connected");
@@ -44,7 +46,7 @@ TEST(AxxessIDSensor, WritesIndexesAndConnectionFailAsForTheDoors) {
   EXPECT_EQ(Raised([&] { sensor.PortValue(-1); }), "9 Subscript out of range");
 
   site.sim.CloseConnections();
-  std::this_thread::sleep_for(520ms);
+  clock.Advance(520ms);
   EXPECT_EQ(Raised([&] { sensor.PortValue(0); }), "45005 The AX200 software is not running");
   site.sim.SetPresent(false);
   EXPECT_EQ(Raised([&] { sensor.Connect("site"); }), "45001 The AX200 software is not found");

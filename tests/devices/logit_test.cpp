@@ -12,6 +12,7 @@
 #include "devices/logit/logit_usb.h"
 #include "logit_sim.h"
 #include "support/raised.h"
+#include "support/test_clock.h"
 #include "vmio/events.h"
 
 namespace vmio {
@@ -22,21 +23,26 @@ using Bytes = std::vector<uint8_t>;
 using Clock = std::chrono::steady_clock;
 using test::Raised;
 
-// Lets timers run for a while, as a host's message loop would.
-void Pump(std::chrono::milliseconds how_long) {
-  const auto until = Clock::now() + how_long;
-  while (Clock::now() < until) {
-    RunPendingEvents();
-    std::this_thread::sleep_for(5ms);
-  }
-}
-
 class LogITTest : public ::testing::Test {
  protected:
   std::vector<Bytes> Wire() const {
     std::vector<Bytes> bytes;
     for (const auto& c : sim.Commands(0)) bytes.push_back(c.bytes);
     return bytes;
+  }
+
+  // Lets timers run for a while on the test clock, as a host's message loop would; returns
+  // when (on that clock) each command that reached the logger meanwhile was sent. A timer's
+  // command has arrived by the time its callback returns: it waits for the answer.
+  std::vector<WaitClock::time_point> Pump(test::TestClock& clock, std::chrono::milliseconds how_long) {
+    std::vector<WaitClock::time_point> sent;
+    const size_t before = sim.Commands(0).size();
+    for (auto pumped = 0ms; pumped < how_long; pumped += 5ms) {
+      RunPendingEvents();
+      while (before + sent.size() < sim.Commands(0).size()) sent.push_back(WaitClock::now());
+      clock.Advance(5ms);
+    }
+    return sent;
   }
 
   sim::LogITSim sim;
@@ -147,25 +153,28 @@ TEST_F(LogITTest, SensorsAreNamedByCodeAndReadRawWithoutATable) {
 }
 
 TEST_F(LogITTest, TheKeepAliveRunsOnlyWhileEventsRunAndAnIdleLoggerIsWokenFirst) {
+  test::TestClock clock;
   LogIT logit;
   logit.Connect(path);
   sim.ClearCommands(0);
-  std::this_thread::sleep_for(1100ms);  // no events run: no keep-alive
+  clock.Advance(1100ms);                // no events run: no keep-alive
+  std::this_thread::sleep_for(1100ms);  // the simulated logger dozes off on the system clock
   EXPECT_TRUE(Wire().empty());
   EXPECT_TRUE(sim.Asleep(0));
   EXPECT_EQ(logit.PortValue(0), Variant(25.0)) << "the wake-up answer is not taken for the reading";
   EXPECT_EQ(Wire(), (std::vector<Bytes>{{13}, {16, 0, 1}}));
 
-  Pump(10ms);  // the beat missed meanwhile fires once, at once
+  Pump(clock, 10ms);  // the beat missed meanwhile fires once, at once
   sim.ClearCommands(0);
-  Pump(2300ms);
+  const auto sent = Pump(clock, 2300ms);
   const auto keep_alives = sim.Commands(0);
   ASSERT_GE(keep_alives.size(), 3u);
+  ASSERT_EQ(sent.size(), keep_alives.size());
   for (size_t i = 0; i < keep_alives.size(); ++i) {
     EXPECT_EQ(keep_alives[i].bytes, Bytes{1}) << "the model query, with no wake-up before it";
     if (i > 0) {
-      EXPECT_GT(keep_alives[i].at - keep_alives[i - 1].at, 700ms);
-      EXPECT_LT(keep_alives[i].at - keep_alives[i - 1].at, 850ms);
+      EXPECT_GT(sent[i] - sent[i - 1], 700ms);
+      EXPECT_LT(sent[i] - sent[i - 1], 850ms);
     }
   }
   EXPECT_FALSE(sim.Asleep(0));
@@ -173,18 +182,19 @@ TEST_F(LogITTest, TheKeepAliveRunsOnlyWhileEventsRunAndAnIdleLoggerIsWokenFirst)
 
   logit.Disconnect();
   sim.ClearCommands(0);
-  Pump(900ms);
+  Pump(clock, 900ms);
   EXPECT_TRUE(Wire().empty()) << "never after Disconnect";
 }
 
 TEST_F(LogITTest, AConnectedObjectThatIsDroppedStopsItsTimer) {
+  test::TestClock clock;
   {
     auto logit = std::make_shared<LogIT>();
     logit->Connect(path);
   }
   sim.ClearCommands(0);
   EXPECT_EQ(MillisecondsUntilNextEvent(), -1);
-  Pump(800ms);
+  Pump(clock, 800ms);
   EXPECT_TRUE(Wire().empty());
 }
 

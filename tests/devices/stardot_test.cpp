@@ -5,13 +5,13 @@
 #include <chrono>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "http_sim_server.h"
 #include "stardot_sim.h"
 #include "support/ports.h"
 #include "support/raised.h"
+#include "support/test_clock.h"
 
 namespace vmio {
 namespace {
@@ -85,6 +85,7 @@ TEST(StarDot, InfoGivesAnOptionalRelayAndInputsAllNamedInput) {
 }
 
 TEST(StarDot, OneIoRequestServesEveryPortButOnlyOneInputIsEverRead) {
+  test::TestClock clock;
   StarDotSim device(Layout(true, 2));
   device.Start();
   device.Points().SetOutput(1, true);
@@ -98,7 +99,7 @@ TEST(StarDot, OneIoRequestServesEveryPortButOnlyOneInputIsEverRead) {
 
   device.Points().SetInput(1, false);
   EXPECT_TRUE(Read(s, 1));
-  std::this_thread::sleep_for(600ms);
+  clock.Advance(600ms);
   EXPECT_FALSE(Read(s, 1));
   EXPECT_EQ(device.Server().RequestCount("/io.cgi"), 2);
 
@@ -117,12 +118,13 @@ TEST(StarDot, OneIoRequestServesEveryPortButOnlyOneInputIsEverRead) {
 }
 
 TEST(StarDot, IoKeysMatchAnyCaseButNotWithBlanks) {
+  test::TestClock clock;
   ScriptedCamera camera("relay=1\nexternal_inputs=1\n", "RELAY=1\n io=1\n");
   StarDot s;
   s.Connect(camera.DeviceString());
   EXPECT_EQ(States(s), (std::vector<bool>{true, false}));
   camera.SetIo("Relay=2\nIo=1\n");
-  std::this_thread::sleep_for(600ms);
+  clock.Advance(600ms);
   EXPECT_EQ(States(s), (std::vector<bool>{false, true}));  // only exactly 1 is on
 }
 

@@ -5,13 +5,13 @@
 #include <chrono>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "http_sim_server.h"
 #include "support/ports.h"
 #include "support/raised.h"
+#include "support/test_clock.h"
 #include "vivotek_sim.h"
 
 namespace vmio {
@@ -104,6 +104,7 @@ TEST(Vivotek, CountsKeepTheirLastValueWhenTheListLacksThemOrNoTableCanTakeThem) 
 }
 
 TEST(Vivotek, InputsAndOutputsAreReadInTwoGroupsCachedApart) {
+  test::TestClock clock;
   VivotekSim device(Layout(3, 2));
   device.Start();
   device.Points().SetInput(2, true);
@@ -125,7 +126,7 @@ TEST(Vivotek, InputsAndOutputsAreReadInTwoGroupsCachedApart) {
   // A change at the device shows once the group's 500 ms have passed.
   device.Points().SetInput(1, true);
   EXPECT_FALSE(Read(v, 0));
-  std::this_thread::sleep_for(600ms);
+  clock.Advance(600ms);
   EXPECT_TRUE(Read(v, 0));
   EXPECT_EQ(device.Server().RequestCount("/cgi-bin/dido/getdi.cgi"), 2);
   EXPECT_EQ(device.Server().RequestCount("/cgi-bin/dido/getdo.cgi"), 1);

@@ -26,6 +26,11 @@ if grep -E 'HTTPClient|ModbusT|PortTableDevice' <<<"$exported"; then
   echo "internal classes are exported" >&2
   exit 1
 fi
+# A host cannot replace the library's clock: that seam is for the test programs.
+if grep -E 'TickSource' <<<"$exported"; then
+  echo "the test clock's seam is exported" >&2
+  exit 1
+fi
 for f in include/vmio/vmio.h include/vmio/version.h bin/vmio bin/vmio-sim "bin/LogIT Sensors.txt" \
   lib/udev/rules.d/60-vmio-logit.rules share/man/man1/vmio.1 \
   share/man/man1/vmio-sim.1 share/bash-completion/completions/vmio; do

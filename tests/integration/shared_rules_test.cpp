@@ -9,7 +9,6 @@
 #include <memory>
 #include <ostream>
 #include <string>
-#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -28,6 +27,7 @@
 #include "http_sim_server.h"
 #include "stardot_sim.h"
 #include "support/raised.h"
+#include "support/test_clock.h"
 #include "vivotek_sim.h"
 #include "vmio/objects.h"
 
@@ -171,6 +171,7 @@ TEST_P(SharedRules, PortTableAndWriteRules) {
 }
 
 TEST_P(SharedRules, ReadsWithinHalfASecondComeFromTheCache) {
+  test::TestClock clock;
   const Rig rig = GetParam().start();
   IODevice& d = *rig.driver;
   d.Connect(rig.device);
@@ -182,11 +183,11 @@ TEST_P(SharedRules, ReadsWithinHalfASecondComeFromTheCache) {
 
   for (int32_t i = 0; i < d.Ports(); ++i) d.PortValue(i);  // every group read once
   requests = rig.requests();
-  std::this_thread::sleep_for(100ms);
+  clock.Advance(100ms);
   for (int32_t i = 0; i < d.Ports(); ++i) d.PortValue(i);
   EXPECT_EQ(rig.requests(), requests);
 
-  std::this_thread::sleep_for(600ms);
+  clock.Advance(600ms);
   d.PortValue(0);
   EXPECT_GT(rig.requests(), requests);
 }

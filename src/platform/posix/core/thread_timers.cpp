@@ -8,12 +8,14 @@
 #include <vector>
 
 #include "core/thread_timers.h"
+#include "core/tick_source.h"
 #include "vmio/events.h"
 
 namespace vmio {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+// The installed clock, so a test clock makes timers due.
+using Clock = WaitClock;
 
 // The system timers' limits: shorter intervals are raised to the minimum, and a thread may
 // hold only so many timers.

@@ -1,14 +1,13 @@
 #include <time.h>
 
-#include "core/common.h"
+#include "core/tick_source.h"
 
 namespace vmio {
 
-int32_t TickCount() {
+int64_t SystemMilliseconds() {
   timespec ts{};
   clock_gettime(CLOCK_MONOTONIC, &ts);
-  const uint64_t ms = static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
-  return static_cast<int32_t>(static_cast<uint32_t>(ms));
+  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
 }  // namespace vmio

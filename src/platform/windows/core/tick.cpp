@@ -1,9 +1,10 @@
 #include <windows.h>
 
-#include "core/common.h"
+#include "core/tick_source.h"
 
 namespace vmio {
 
-int32_t TickCount() { return static_cast<int32_t>(GetTickCount()); }
+// Its low 32 bits are what GetTickCount gives.
+int64_t SystemMilliseconds() { return static_cast<int64_t>(GetTickCount64()); }
 
 }  // namespace vmio
