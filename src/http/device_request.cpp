@@ -2,20 +2,23 @@
 
 #include "core/errors.h"
 #include "core/string_encoding.h"
-#include "core/text_match.h"
+#include "core/trace.h"
+#include "http/device_address.h"
 #include "vmio/error.h"
 
 namespace vmio {
 
 HttpDevice::HttpDevice() { client_.UserAgent(kDeviceUserAgent); }
 
-std::string HttpDevice::Url(std::string_view Path) const {
-  std::string url;
-  url.reserve(7 + Host.size() + Path.size());
-  // A device string may ask for TLS by its scheme; every other one is an http authority.
-  if (!EqualsNoCase(std::string_view(Host).substr(0, 8), "https://")) url.append("http://");
-  url.append(Host).append(Path);
-  return url;
+std::string HttpDevice::Url(std::string_view Path) {
+  std::string problem;
+  const std::optional<DeviceAddress> address = ParseDeviceAddress(Host, problem);
+  if (!address) {
+    Trace("http: ", problem);
+    Raise(kHttpSessionFailed, "Failed to initialise the HTTP session");
+  }
+  client_.Access(address->access);
+  return address->Url(Path);
 }
 
 std::string HttpDevice::Get(std::string_view Path) {

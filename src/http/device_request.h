@@ -1,8 +1,8 @@
 #pragma once
 // The HTTP state and request routine every HTTP driver shares.
 //
-// Host is the Connect string, used verbatim as the authority of every URL, so it may carry a
-// port (host:8080) and credentials (user:password@host); nothing else passes credentials.
+// Host is the Connect string, read as vmio/device_string.h says: host[:port] becomes the
+// authority of every URL; the credentials and any certificate pin go to the client beside it.
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,12 +18,12 @@ class HttpDevice : public PortTableDevice {
  protected:
   HttpDevice();
 
-  // GET "http://" + Host + Path: the body (code page 1252) when the transport succeeded and the
+  // GET Path from the device: the body (code page 1252) when the transport succeeded and the
   // status is 200; nothing otherwise (an authorisation failure or a missing CGI as much as a
   // dead device). Never raises.
   std::optional<std::string> RequestPath(std::string_view Path);
 
-  // GET "http://" + Host + Path: the body decoded with code page 1252, or nothing when the
+  // GET Path from the device: the body decoded with code page 1252, or nothing when the
   // transport failed. Never raises. The building block of the drivers' own routines.
   std::optional<std::string> TryGet(std::string_view Path);
   // GET without judging the reply: the decoded body; the client's errors reach the caller.
@@ -37,7 +37,8 @@ class HttpDevice : public PortTableDevice {
   HTTPClient client_;
 
  private:
-  std::string Url(std::string_view Path) const;
+  // The URL of Path on the device, the client given the device's credentials and trust.
+  std::string Url(std::string_view Path);
 };
 
 }  // namespace vmio
