@@ -228,6 +228,24 @@ TEST(CameraCredentials, AwkwardPasswordsReachTheCameraVerbatim) {
   EXPECT_EQ(wrong.err.find("w?r"), std::string::npos) << wrong.err;
 }
 
+// https strings keep their scheme and user name on screen and in JSON; only the password goes.
+TEST(CameraCredentials, MaskHttpsDeviceStringsKeepingSchemeAndUser) {
+  sim::AxisSimOptions options;
+  options.auth = {sim::AuthScheme::Digest, "operator", "se#cret"};
+  sim::AxisSim camera(options);
+  camera.Server().ServeTls();
+  camera.Start();
+  const std::string pinned = camera.DeviceString() + "#sha256=" + camera.Server().CertificateSha256();
+  const std::string shown = "https://operator:***@" + camera.Server().Authority() + "#sha256=" +
+                            camera.Server().CertificateSha256();
+  const Result table = Vmio({"ports", "axis", pinned});
+  EXPECT_EQ(table.code, 0) << table.err;
+  EXPECT_TRUE(table.out.starts_with("VMIO.Axis at " + shown + ": 6 ports\n")) << table.out;
+  const Result json = Vmio({"ports", "axis", pinned, "--json"});
+  EXPECT_TRUE(json.out.starts_with("{\"class\":\"VMIO.Axis\",\"device\":\"" + shown + "\",")) << json.out;
+  for (const Result* r : {&table, &json}) EXPECT_EQ((r->out + r->err).find("se#cret"), std::string::npos);
+}
+
 // The password prompt, on a pseudo-terminal as standard input: asked without echo, echo back
 // on afterwards.
 TEST(CameraCredentials, AskForThePasswordOnATerminal) {
