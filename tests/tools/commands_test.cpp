@@ -236,8 +236,8 @@ TEST(CameraCredentials, MaskHttpsDeviceStringsKeepingSchemeAndUser) {
   camera.Server().ServeTls();
   camera.Start();
   const std::string pinned = camera.DeviceString() + "#sha256=" + camera.Server().CertificateSha256();
-  const std::string shown = "https://operator:***@" + camera.Server().Authority() + "#sha256=" +
-                            camera.Server().CertificateSha256();
+  const std::string shown =
+      "https://operator:***@" + camera.Server().Authority() + "#sha256=" + camera.Server().CertificateSha256();
   const Result table = Vmio({"ports", "axis", pinned});
   EXPECT_EQ(table.code, 0) << table.err;
   EXPECT_TRUE(table.out.starts_with("VMIO.Axis at " + shown + ": 6 ports\n")) << table.out;
