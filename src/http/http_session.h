@@ -38,8 +38,6 @@ struct HttpAccess {
   // issuer and names; empty: the CA store decides.
   std::string certificate_sha256;
   bool insecure = false;  // trust any certificate: for testing only
-
-  bool operator==(const HttpAccess&) const = default;
 };
 
 // What the transport hands over while a request runs, on the caller's thread.
