@@ -18,7 +18,9 @@ std::string HttpSimHelp(const HttpSimMake& make) {
          "\n"
          "With no options it is the device `vmio demo` runs against.\n"
          "Prints \"device: DEVICE\" and serves until interrupted; with --tls, first\n"
-         "\"VMIO_CA_FILE=PATH\" (the certificate, for the client to trust). Lines on standard input:\n" +
+         "\"VMIO_CA_FILE=PATH\" (the certificate, for the client to trust) and\n"
+         "\"VMIO_TLS_SHA256=FINGERPRINT\" (for the client to pin: DEVICE#sha256=FINGERPRINT).\n"
+         "Lines on standard input:\n" +
          std::string(kPointControlHelp) + std::string(make.control_help);
 }
 

@@ -85,7 +85,10 @@ bool RegisterHttpMake(HttpMakeDescription<Sim, Options> make) {
           if (common->tls) sim.Server().ServeTls();
           sim.Start(common->host, common->port);
           SetStartingStates(sim.Points(), make.on);
-          if (common->tls) std::cout << "VMIO_CA_FILE=" << sim.Server().CaFile() << std::endl;
+          if (common->tls) {
+            std::cout << "VMIO_CA_FILE=" << sim.Server().CaFile() << '\n'
+                      << "VMIO_TLS_SHA256=" << sim.Server().CertificateSha256() << std::endl;
+          }
           return sim.DeviceString();
         },
         [&](const std::string& line) { return AnswerControlLine(&sim.Points(), control, line); });

@@ -532,6 +532,10 @@ void HttpSimServer::ServeTls() { state_->serve_tls = true; }
 
 std::string HttpSimServer::CaFile() const { return state_->tls ? state_->tls->CertificateFile() : std::string(); }
 
+std::string HttpSimServer::CertificateSha256() const {
+  return state_->tls ? state_->tls->Sha256Fingerprint() : std::string();
+}
+
 int HttpSimServer::Port() const { return state_->port; }
 
 std::string HttpSimServer::Authority() const { return "127.0.0.1:" + std::to_string(state_->port); }

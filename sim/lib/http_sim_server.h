@@ -55,6 +55,9 @@ class HttpSimServer {
   // The PEM file of that certificate, for a client to trust (VMIO_CA_FILE); empty until a TLS
   // Start. It is removed when the server is destroyed.
   std::string CaFile() const;
+  // That certificate's SHA-256 fingerprint, "AB:CD:..." as openssl prints it, for a client to
+  // pin; empty until a TLS Start.
+  std::string CertificateSha256() const;
 
   int Port() const;
   // "127.0.0.1:PORT".

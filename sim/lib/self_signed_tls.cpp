@@ -74,6 +74,20 @@ std::string WritePem(X509* cert) {
   return path;
 }
 
+std::string Fingerprint(X509* cert) {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int size = 0;
+  Check(X509_digest(cert, EVP_sha256(), digest, &size) == 1, "take the certificate's fingerprint");
+  std::string text;
+  for (unsigned int i = 0; i < size; ++i) {
+    char hex[4];
+    std::snprintf(hex, sizeof hex, "%02X", digest[i]);
+    if (i > 0) text += ':';
+    text += hex;
+  }
+  return text;
+}
+
 }  // namespace
 
 SelfSignedTls::SelfSignedTls() {
@@ -87,6 +101,7 @@ SelfSignedTls::SelfSignedTls() {
     Check(false, "load the certificate");
   }
   try {
+    fingerprint_ = Fingerprint(cert.get());
     certificate_file_ = WritePem(cert.get());
   } catch (...) {
     SSL_CTX_free(context_);

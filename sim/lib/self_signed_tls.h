@@ -19,10 +19,13 @@ class SelfSignedTls {
   // A server context that presents the certificate.
   SSL_CTX* Context() const { return context_; }
   const std::string& CertificateFile() const { return certificate_file_; }
+  // The certificate's SHA-256 fingerprint as openssl prints it ("AB:CD:...").
+  const std::string& Sha256Fingerprint() const { return fingerprint_; }
 
  private:
   SSL_CTX* context_ = nullptr;
   std::string certificate_file_;
+  std::string fingerprint_;
 };
 
 }  // namespace vmio::sim

@@ -18,7 +18,4 @@ void Trace(const Parts&... parts) {
   Trace(std::string_view(text.str()));
 }
 
-// A URL or device string with the password of its user:password@ part replaced by "***".
-std::string MaskPassword(std::string_view url);
-
 }  // namespace vmio

@@ -10,6 +10,7 @@
 #include "core/errors.h"
 #include "core/string_encoding.h"
 #include "core/trace.h"
+#include "http/device_address.h"
 #include "http/header_block.h"
 #include "http/http_session.h"
 
@@ -31,6 +32,15 @@ const std::string& Ansi(const std::string& text, std::string& storage) {
   const std::vector<uint8_t> bytes = StringToBytes(text, kCodePage1252);
   storage.assign(bytes.begin(), bytes.end());
   return storage;
+}
+
+// Credentials go out in the same code page as the rest of the request.
+HttpAccess AnsiAccess(const HttpAccess& access) {
+  HttpAccess ansi = access;
+  std::string storage;
+  ansi.user = Ansi(access.user, storage);
+  ansi.password = Ansi(access.password, storage);
+  return ansi;
 }
 
 int32_t Clamp32(int64_t n) { return static_cast<int32_t>(std::min<int64_t>(n, std::numeric_limits<int32_t>::max())); }
@@ -181,9 +191,10 @@ HttpResponse HTTPClient::Perform(const std::string& URL, const std::string& Send
   std::string headers_storage;
   std::string post_storage;
   Exchange exchange(sink, Progress);
-  Trace("http: ", PostData.empty() ? "GET " : "POST ", MaskPassword(URL));
+  Trace("http: ", PostData.empty() ? "GET " : "POST ", UrlForTrace(URL, access_));
+  if (access_.insecure) Trace("http: INSECURE: the certificate is not checked, any server can pose as this device");
   const HttpResult result = session_->Perform(Ansi(URL, url_storage), Ansi(SendHeaders, headers_storage),
-                                              Ansi(PostData, post_storage), exchange);
+                                              Ansi(PostData, post_storage), AnsiAccess(access_), exchange);
   if (result.outcome != HttpOutcome::Complete) Trace("http: ", session_->LastResponse());
   switch (result.outcome) {
     case HttpOutcome::Complete:

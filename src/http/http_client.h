@@ -6,8 +6,8 @@
 // (Timeout sets the latter), and 30000 ms for a whole request once it is sent, so a device
 // that drips its reply cannot hold a call longer than the connect plus that. A reply body
 // is accepted up to kMaxBodyBytes; a longer one fails the request with 13106 and nothing of
-// it is kept. Credentials travel only in the URL (user:password@host:port), and
-// both Basic and Digest challenges are answered. HTTP status codes are not errors: a 401 or
+// it is kept. Credentials travel beside the URL (Access), never in it, and both Basic and
+// Digest challenges are answered. HTTP status codes are not errors: a 401 or
 // 404 reply is returned like a 200 one; callers judge it by GetResultCode or GetHeader("").
 // Errors (exact texts): 13101 "Failed to initialise the HTTP session",
 // 13102 "Failed to initialise the HTTP request" / "Windows is in offline mode.",
@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "core/exchange_result.h"
+#include "http/http_session.h"
 
 namespace vmio {
 
@@ -28,7 +29,6 @@ inline constexpr char kDefaultHttpUserAgent[] = "Tolvane HTTP Client Object";
 // Device CGI replies are small; this bounds what one hostile reply can make the host hold.
 inline constexpr int64_t kMaxBodyBytes = 16 << 20;
 
-class HttpSession;
 class HttpBodySink;
 
 // One request's outcome as a value: the reply of any status, or the client's error (its
@@ -79,6 +79,9 @@ class HTTPClient {
   // 1024-character buffer: the text, then NULs.
   std::string LastResponse() const;
 
+  // The credentials and certificate trust of every later request (none until set).
+  void Access(const HttpAccess& access) { access_ = access; }
+
   // The Progress event, raised after each chunk of a body; a handler that sets Cancel ends
   // the request with 13107 "Download cancelled".
   std::function<void(int32_t Received, int32_t Total, bool& Cancel)> Progress;
@@ -91,6 +94,7 @@ class HTTPClient {
   std::unique_ptr<HttpSession> session_;
   std::string user_agent_;
   std::string last_headers_;
+  HttpAccess access_;
   int16_t active_requests_ = 0;
 };
 

@@ -28,6 +28,18 @@ struct HttpResult {
   int64_t content_length = -1;  // of the final response; -1 when it announced none
 };
 
+// Who the client is to a device and which certificate it trusts. They travel beside the URL,
+// never in it, so a password may hold any character and reaches the device as given.
+struct HttpAccess {
+  bool authenticate = false;  // answer Basic and Digest challenges with user and password
+  std::string user;
+  std::string password;
+  // 32 bytes: trust only a server whose own certificate has this SHA-256 digest, whatever its
+  // issuer and names; empty: the CA store decides.
+  std::string certificate_sha256;
+  bool insecure = false;  // trust any certificate: for testing only
+};
+
 // What the transport hands over while a request runs, on the caller's thread.
 class HttpReceiver {
  public:
@@ -47,9 +59,10 @@ class HttpSession {
   // The receive (inactivity) time-out; 0 waits without limit.
   virtual void SetReceiveTimeout(uint32_t ms) = 0;
   // GET the URL, or POST postData when it is not empty; sendHeaders holds extra request
-  // header lines separated by CR LF. Credentials come only from the URL's authority.
+  // header lines separated by CR LF. Credentials and trust come from access; a URL carrying
+  // credentials of its own is refused (BadUrl).
   virtual HttpResult Perform(const std::string& url, const std::string& sendHeaders, const std::string& postData,
-                             HttpReceiver& receiver) = 0;
+                             const HttpAccess& access, HttpReceiver& receiver) = 0;
   // The transport's own text about the last request: why it failed, "" when it went well.
   virtual std::string LastResponse() const = 0;
 };

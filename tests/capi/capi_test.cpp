@@ -18,7 +18,9 @@ namespace {
 std::string Passed(const char* failure) { return failure ? failure : "passed"; }
 
 TEST(CApi, DrivesACameraThroughEveryDeviceCall) {
-  sim::AxisSim camera;
+  sim::AxisSimOptions options;
+  options.auth = {sim::AuthScheme::Digest, "op", "p@s/s#w?r%41d"};  // reaches the camera as written
+  sim::AxisSim camera(options);
   camera.Start();
   EXPECT_EQ(Passed(CheckCameraThroughC(camera.DeviceString().c_str())), "passed");
   EXPECT_EQ(camera.Points().Output(2), 1);
@@ -35,8 +37,8 @@ TEST(CApi, TraceShowsWhyAConnectFailed) {
     gone.Start();
     closed = gone.DeviceString();
   }
-  const std::string wrong = "root:wrong-Secret@" + camera.Server().Authority();
-  EXPECT_EQ(Passed(CheckFailureReasonsThroughC(wrong.c_str(), closed.c_str(), "wrong-Secret")), "passed");
+  const std::string wrong = "root:wr@ng-S#cret/?@" + camera.Server().Authority();
+  EXPECT_EQ(Passed(CheckFailureReasonsThroughC(wrong.c_str(), closed.c_str(), "wr@ng-S#cret/?")), "passed");
 }
 
 TEST(CApi, ListsAnEnumeratorsRecords) {

@@ -6,6 +6,7 @@
 #include "http/raw_peer.h"
 #include "http_sim_server.h"
 #include "vmio/error.h"
+#include "vmio/trace.h"
 
 namespace vmio {
 namespace {
@@ -55,6 +56,32 @@ TEST(DeviceRequestTest, GivesTheBodyOnlyFor200) {
   EXPECT_EQ(failed.error, kHttpConnectFailed);
   EXPECT_EQ(failed.error_text, "Failed to connect to the HTTP server.");
   EXPECT_TRUE(failed.body.empty());
+}
+
+// The trace reads a device string by the rule the request does: however the password is
+// written, the trace shows the user and "***", and the device gets the password.
+TEST(DeviceRequestTest, TraceNeverShowsThePassword) {
+  std::string trace;
+  SetTraceHandler([&](std::string_view text) { trace.append(text).append("\n"); });
+  for (const std::string password : {"s3c#ret", "s3c?ret", "s3c/ret", "s3c@ret"}) {
+    SCOPED_TRACE(password);
+    HttpSimServer server(Answer, {AuthScheme::Basic, "admin", password});
+    server.Start();
+    ProbeDevice device;
+    device.Connect("admin:" + password + "@" + server.Authority());
+    EXPECT_EQ(device.RequestPath("/io"), "caf\xC3\xA9 ");
+    device.Connect("admin:" + password + "x@" + server.Authority());
+    EXPECT_EQ(device.RequestPath("/io"), std::nullopt);
+    EXPECT_NE(trace.find("http: GET http://admin:***@" + server.Authority() + "/io"), std::string::npos) << trace;
+    EXPECT_EQ(trace.find(password), std::string::npos) << trace;
+    trace.clear();
+  }
+  // A device string the address rule refuses fails the request and says why.
+  ProbeDevice device;
+  device.Connect("admin:secret@127.0.0.1:1#sha265=00");
+  EXPECT_EQ(device.RequestPath("/io"), std::nullopt);
+  EXPECT_NE(trace.find("http: unknown device string option #sha265=00"), std::string::npos) << trace;
+  SetTraceHandler({});
 }
 
 TEST(DeviceRequestTest, IdentifiesItselfAsTheEngine) {

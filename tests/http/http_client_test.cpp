@@ -198,37 +198,67 @@ class DigestAuthTest : public HttpClientTest {
   DigestAuthTest() : HttpClientTest({AuthScheme::Digest, "root", "pass"}) {}
 };
 
-// Credentials from the URL open the door; wrong or missing ones give a 401 reply, not an error.
-void ExpectCredentialsFromTheUrl(HTTPClient& client, HttpSimServer& server, const std::string& good_user) {
-  const std::string base = "http://" + good_user + "@" + server.Authority();
+HttpAccess Credentials(const std::string& user, const std::string& password) {
+  HttpAccess access;
+  access.authenticate = true;
+  access.user = user;
+  access.password = password;
+  return access;
+}
+
+// Credentials beside the URL open the door, exactly as given; wrong or missing ones give a
+// 401 reply, not an error; credentials inside the URL are refused before anything is sent.
+void ExpectCredentialsBesideTheUrl(HTTPClient& client, HttpSimServer& server, const HttpAccess& good) {
+  const std::string base = "http://" + server.Authority();
+  client.Access(good);
   EXPECT_EQ(Text(client.GetResource(base + "/io?a=1")), "GET /io [a=1] []");
   EXPECT_EQ(client.GetResultCode(), "200");
   EXPECT_EQ(client.GetHeader("").find("WWW-Authenticate"), std::string::npos) << client.GetHeader("");
 
-  const std::string page = Text(client.GetResource("http://root:wrong@" + server.Authority() + "/io"));
+  client.Access(Credentials(good.user, good.password + "x"));
+  const std::string page = Text(client.GetResource(base + "/io"));
   EXPECT_NE(page.find("401"), std::string::npos) << page;
   std::string reason;
   EXPECT_EQ(client.GetResultCode(&reason), "401");
   EXPECT_EQ(reason, "Unauthorized\r");
   EXPECT_NE(client.GetHeader("").find("WWW-Authenticate"), std::string::npos);
 
-  client.GetResource("http://" + server.Authority() + "/io");
+  client.Access({});
+  client.GetResource(base + "/io");
   EXPECT_EQ(client.GetResultCode(), "401");
+  EXPECT_EQ(Raised([&] { client.GetResource("http://root:pass@" + server.Authority() + "/io"); }),
+            "13101 Failed to initialise the HTTP session");
   EXPECT_EQ(server.RequestCount("/io"), 1);
 }
 
-TEST_F(BasicAuthTest, AnswersBasicWithTheUrlCredentials) {
-  ExpectCredentialsFromTheUrl(client, server, "admin:se:cret");
+TEST_F(BasicAuthTest, AnswersBasicWithTheCredentialsAsGiven) {
+  ExpectCredentialsBesideTheUrl(client, server, Credentials("admin", "se:cret"));
 }
 
-TEST_F(DigestAuthTest, AnswersDigestWithTheUrlCredentials) {
-  ExpectCredentialsFromTheUrl(client, server, "root:pass");
+TEST_F(DigestAuthTest, AnswersDigestWithTheCredentialsAsGiven) {
+  ExpectCredentialsBesideTheUrl(client, server, Credentials("root", "pass"));
+  client.Access(Credentials("root", "pass"));
   // The response hash covers the target as sent, a trailing backslash included.
-  EXPECT_EQ(Text(client.GetResource("http://root:pass@" + server.Authority() + "/out?a=1:\\")), "GET /out [a=1:\\] []");
+  EXPECT_EQ(Text(client.GetResource("http://" + server.Authority() + "/out?a=1:\\")), "GET /out [a=1:\\] []");
   // Digest round trips stay on the kept-alive connection, POSTs included.
-  const std::string url = "http://root:pass@" + server.Authority() + "/x";
+  const std::string url = "http://" + server.Authority() + "/x";
   for (int i = 0; i < 5; ++i) EXPECT_EQ(Text(client.GetResource(url, "", "b")), "POST /x [] [b]");
   EXPECT_EQ(server.ConnectionCount(), 1);
+}
+
+// Every character a camera password can hold reaches the device undecoded, by either scheme.
+TEST(HttpClientCredentialsTest, AwkwardPasswordsArriveVerbatim) {
+  const std::string password = "p@s/s#w?r%41d: %20x";
+  for (const AuthScheme scheme : {AuthScheme::Basic, AuthScheme::Digest}) {
+    HttpSimServer server(Answer, {scheme, "op@site", password});
+    server.Start();
+    HTTPClient client;
+    client.Access(Credentials("op@site", password));
+    EXPECT_EQ(Text(client.GetResource("http://" + server.Authority() + "/io")), "GET /io [] []");
+    client.Access(Credentials("op@site", "p@s/s#w?rAd: %20x"));  // what decoding %41 would send
+    client.GetResource("http://" + server.Authority() + "/io");
+    EXPECT_EQ(client.GetResultCode(), "401");
+  }
 }
 
 TEST(HttpSimServerTest, StopsPromptlyWhileHoldingARequest) {

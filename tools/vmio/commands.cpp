@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstdlib>
-#include <fstream>
 #include <istream>
 #include <map>
 #include <optional>
@@ -33,7 +31,8 @@ struct Invocation {
 
   Output Results() const { return {out, options.contains("--json")}; }
   // DEVICE (the second argument) with the credentials of --user and --password-file (or
-  // VMIO_PASSWORD) put in front, so a password need not appear on the command line.
+  // VMIO_PASSWORD, or the terminal) put in front, so a password need not appear on the
+  // command line.
   std::string Device() const;
 };
 
@@ -45,21 +44,9 @@ std::string Invocation::Device() const {
     if (password_file != options.end()) throw UsageError("--password-file needs --user");
     return device;
   }
-  std::string password;
-  if (password_file != options.end()) {
-    std::ifstream file(password_file->second);
-    if (!file || !std::getline(file, password))
-      throw UsageError("cannot read --password-file '" + password_file->second + "'");
-    if (!password.empty() && password.back() == '\r') password.pop_back();
-  } else if (const char* from_environment = std::getenv("VMIO_PASSWORD")) {
-    password = from_environment;
-  }
-  // A scheme (https://) stays in front of the credentials.
-  const size_t scheme = device.find("://");
-  const size_t authority = scheme == std::string::npos ? 0 : scheme + 3;
-  if (device.find('@', authority) != std::string::npos)
-    throw UsageError("give credentials in DEVICE or with --user, not both");
-  return device.substr(0, authority) + user->second + ":" + password + "@" + device.substr(authority);
+  const std::optional<std::string> file =
+      password_file == options.end() ? std::nullopt : std::optional<std::string>(password_file->second);
+  return WithCredentials(device, user->second, file, in);
 }
 
 struct Command {
@@ -253,9 +240,11 @@ void PrintOverview(std::ostream& out) {
   }
   out << "\nCLASS is a programmatic name (VMIO.Axis) or a short name (axis), see vmio classes.\n"
          "DEVICE is what the driver connects to: an address, optionally with user:password@ in\n"
-         "front and :port behind (root:secret@10.0.0.5:8080); https:// in front asks a camera\n"
-         "for TLS. --user NAME takes the password from --password-file FILE or VMIO_PASSWORD\n"
-         "instead, keeping it out of the command line.\n"
+         "front and :port behind (root:secret@10.0.0.5:8080); the last @ ends the password, so it\n"
+         "may hold any character. https:// in front asks a camera for TLS; #sha256=FINGERPRINT\n"
+         "behind trusts that one certificate, #insecure any (testing only). --user NAME takes\n"
+         "the password from --password-file FILE (- for standard input) or VMIO_PASSWORD, or\n"
+         "asks for it on a terminal, keeping it out of the command line.\n"
          "\noptions: -v (before or after the command) traces why a call failed to standard error;\n"
          "--version prints the version.\n";
 }

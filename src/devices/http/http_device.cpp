@@ -2,23 +2,26 @@
 
 #include "core/errors.h"
 #include "core/string_encoding.h"
-#include "core/text_match.h"
+#include "core/trace.h"
+#include "http/device_address.h"
 #include "vmio/error.h"
 
 namespace vmio {
 
 HttpDevice::HttpDevice() { client_.UserAgent(kDeviceUserAgent); }
 
-std::string HttpDevice::Url(std::string_view Path) const {
-  std::string url;
-  url.reserve(7 + Host.size() + Path.size());
-  // A device string may ask for TLS by its scheme; every other one is an http authority.
-  if (!EqualsNoCase(std::string_view(Host).substr(0, 8), "https://")) url.append("http://");
-  url.append(Host).append(Path);
-  return url;
+HttpResponse HttpDevice::Fetch(std::string_view Path) {
+  // The device string is read on every request: credentials and the pin go to the client
+  // beside the URL; a string the rule refuses fails the request like any session failure.
+  std::string problem;
+  const std::optional<DeviceAddress> address = ParseDeviceAddress(Host, problem);
+  if (!address) {
+    Trace("http: ", problem);
+    return ExchangeFailure<HttpResponse>(kHttpSessionFailed, "Failed to initialise the HTTP session");
+  }
+  client_.Access(address->access);
+  return client_.Fetch(address->Url(Path));
 }
-
-HttpResponse HttpDevice::Fetch(std::string_view Path) { return client_.Fetch(Url(Path)); }
 
 std::string HttpDevice::BodyText(const HttpResponse& response) { return BytesToString(response.body, kCodePage1252); }
 

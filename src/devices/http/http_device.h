@@ -1,8 +1,8 @@
 #pragma once
 // The HTTP state every HTTP driver shares, and its one exchange with a device.
 //
-// Host is the Connect string, used verbatim as the authority of every URL, so it may carry a
-// port (host:8080) and credentials (user:password@host); nothing else passes credentials.
+// Host is the Connect string, read as vmio/device_string.h says: host[:port] becomes the
+// authority of every URL; the credentials and any certificate pin go to the client beside it.
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,7 +18,7 @@ class HttpDevice : public PortTableDevice {
  protected:
   HttpDevice();
 
-  // GET "http://" + Host + Path: the reply, or the client's error, as a value. Never raises
+  // GET Path from the device: the reply, or the client's error, as a value. Never raises
   // the client's errors; every exchange of an HTTP driver with its device is one of these.
   HttpResponse Fetch(std::string_view Path);
   // The body decoded from code page 1252.
@@ -36,8 +36,6 @@ class HttpDevice : public PortTableDevice {
   static std::string RequireConnectReply(std::optional<std::string> reply);
 
  private:
-  std::string Url(std::string_view Path) const;
-
   HTTPClient client_;
 };
 

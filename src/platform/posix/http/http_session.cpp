@@ -8,7 +8,9 @@
 // dripping a byte at a time never trips it, a request limit also runs from the first send of
 // a request (redirects and authentication round trips included) and ends it whatever arrives.
 #include <curl/curl.h>
+#include <openssl/evp.h>
 #include <openssl/ssl.h>
+#include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 
 #include <algorithm>
@@ -52,11 +54,24 @@ curl_slist* BaseHeaders() {
 
 // Adds the certificates of the bundle VMIO_CA_FILE names to those the system trusts. A bundle
 // that cannot be read fails the connection, so a mistyped name does not pass unnoticed.
-CURLcode AddExtraCertificates(CURL*, void* ssl_ctx, void*) {
+CURLcode AddExtraCertificates(SSL_CTX* ssl_ctx) {
   const char* file = std::getenv("VMIO_CA_FILE");
   if (!file || !*file) return CURLE_OK;
-  X509_STORE* store = SSL_CTX_get_cert_store(static_cast<SSL_CTX*>(ssl_ctx));
+  X509_STORE* store = SSL_CTX_get_cert_store(ssl_ctx);
   return X509_STORE_load_file(store, file) == 1 ? CURLE_OK : CURLE_SSL_CACERT_BADFILE;
+}
+
+// In place of the chain check when a certificate is pinned: the server's own certificate must
+// have the pinned SHA-256 digest; its issuer, names and dates do not matter.
+int MatchesPin(X509_STORE_CTX* store, void* pin_ptr) {
+  const std::string& pin = *static_cast<const std::string*>(pin_ptr);
+  X509* leaf = X509_STORE_CTX_get0_cert(store);
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int size = 0;
+  const bool match = leaf && X509_digest(leaf, EVP_sha256(), digest, &size) == 1 && size == pin.size() &&
+                     std::memcmp(digest, pin.data(), size) == 0;
+  X509_STORE_CTX_set_error(store, match ? X509_V_OK : X509_V_ERR_CERT_REJECTED);
+  return match ? 1 : 0;
 }
 
 class CurlSession final : public HttpSession {
@@ -69,14 +84,20 @@ class CurlSession final : public HttpSession {
     curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS, kConnectTimeoutMs);
     curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     // https only when the device string asks for it; certificates are verified (libcurl's
-    // default) against the system's store plus the bundle VMIO_CA_FILE names.
+    // default) against the system's store plus the bundle VMIO_CA_FILE names, or by the pin.
     curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy_, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy_, CURLOPT_SSL_CTX_FUNCTION, &AddExtraCertificates);
+    curl_easy_setopt(easy_, CURLOPT_SSL_CTX_FUNCTION, &CurlSession::OnSslContext);
+    curl_easy_setopt(easy_, CURLOPT_SSL_CTX_DATA, this);
+    // A resumed TLS session skips the certificate check, which may since have changed (another
+    // pin, the CA store instead of one); kept-alive connections make resuming rare anyway.
+    curl_easy_setopt(easy_, CURLOPT_SSL_SESSIONID_CACHE, 0L);
     curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(easy_, CURLOPT_MAXREDIRS, kMaxRedirects);
-    // Credentials come only from the URL; without them no authentication is attempted.
+    // Credentials come only from the access, as given (a URL with any is refused); without
+    // them no authentication is attempted.
     curl_easy_setopt(easy_, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
+    curl_easy_setopt(easy_, CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
     curl_easy_setopt(easy_, CURLOPT_PROXY, "");  // no proxy, whatever the environment says
     curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy_, CURLOPT_PATH_AS_IS, 1L);
@@ -105,7 +126,7 @@ class CurlSession final : public HttpSession {
   void SetReceiveTimeout(uint32_t ms) override { receive_timeout_ms_ = ms; }
 
   HttpResult Perform(const std::string& url, const std::string& sendHeaders, const std::string& postData,
-                     HttpReceiver& receiver) override {
+                     const HttpAccess& access, HttpReceiver& receiver) override {
     receiver_ = &receiver;
     waiting_ = false;
     headers_done_ = false;
@@ -116,6 +137,7 @@ class CurlSession final : public HttpSession {
     over_limit_ = false;
     error_buffer_[0] = '\0';
     curl_easy_setopt(easy_, CURLOPT_URL, url.c_str());
+    UseAccess(access);
     if (postData.empty()) {
       curl_easy_setopt(easy_, CURLOPT_HTTPGET, 1L);
     } else {
@@ -186,6 +208,32 @@ class CurlSession final : public HttpSession {
     return code;
   }
 
+  void UseAccess(const HttpAccess& access) {
+    curl_easy_setopt(easy_, CURLOPT_USERNAME, access.authenticate ? access.user.c_str() : nullptr);
+    curl_easy_setopt(easy_, CURLOPT_PASSWORD, access.authenticate ? access.password.c_str() : nullptr);
+    if (access.certificate_sha256 != pin_ || access.insecure != insecure_) {
+      // Kept-alive connections were trusted under the old rule, and libcurl would reuse them
+      // (it does not know the pin): they go with the multi handle that holds them.
+      curl_multi_cleanup(multi_);
+      multi_ = curl_multi_init();
+      pin_ = access.certificate_sha256;
+      insecure_ = access.insecure;
+    }
+    // The pin replaces the CA check, names included.
+    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, insecure_ ? 0L : 1L);
+    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, insecure_ || !pin_.empty() ? 0L : 2L);
+  }
+
+  static CURLcode OnSslContext(CURL*, void* ssl_ctx, void* self_ptr) {
+    auto* self = static_cast<CurlSession*>(self_ptr);
+    auto* context = static_cast<SSL_CTX*>(ssl_ctx);
+    if (!self->pin_.empty()) {
+      SSL_CTX_set_cert_verify_callback(context, &MatchesPin, &self->pin_);
+      return CURLE_OK;
+    }
+    return AddExtraCertificates(context);
+  }
+
   HttpOutcome Classify(CURLcode code) const {
     if (stopped_) return HttpOutcome::Stopped;
     switch (code) {
@@ -194,6 +242,7 @@ class CurlSession final : public HttpSession {
       case CURLE_PARTIAL_FILE:
         return headers_done_ ? HttpOutcome::Truncated : HttpOutcome::NoResponse;
       case CURLE_URL_MALFORMAT:
+      case CURLE_LOGIN_DENIED:  // credentials in the URL
         return HttpOutcome::BadUrl;
       case CURLE_UNSUPPORTED_PROTOCOL:
         // Before sending it is the URL's scheme; after, a reply that is not HTTP at all
@@ -299,6 +348,8 @@ class CurlSession final : public HttpSession {
   uint32_t receive_timeout_ms_ = kReceiveTimeoutMs;
   char error_buffer_[CURL_ERROR_SIZE];
   std::string last_response_;
+  std::string pin_;  // of the last request: the certificate's SHA-256, or empty
+  bool insecure_ = false;
 
   // The request in progress.
   HttpReceiver* receiver_ = nullptr;

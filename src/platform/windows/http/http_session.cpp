@@ -5,7 +5,7 @@
 // request limit (30000 ms from the send, as elsewhere) is checked here between body chunks;
 // while the headers arrive only WinInet's own time-outs apply. https is used when the device
 // string asks for it, certificates checked against the system's store (VMIO_CA_FILE, which
-// adds a bundle elsewhere, has no meaning to WinInet).
+// adds a bundle elsewhere, has no meaning to WinInet, and a certificate pin is refused).
 #include <windows.h>
 
 // After windows.h, which they need.
@@ -54,27 +54,6 @@ struct UrlParts {
   std::string path;  // path and query, as written
 };
 
-int HexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-// User names and passwords are percent-decoded, as a URL's user information is meant.
-std::string PercentDecoded(const std::string& text) {
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size() && HexValue(text[i + 1]) >= 0 && HexValue(text[i + 2]) >= 0) {
-      out += static_cast<char>(HexValue(text[i + 1]) * 16 + HexValue(text[i + 2]));
-      i += 2;
-    } else {
-      out += text[i];
-    }
-  }
-  return out;
-}
-
 std::optional<UrlParts> Crack(const std::string& url) {
   std::string host(256, '\0'), user(128, '\0'), password(128, '\0'), path(2048, '\0');
   std::string extra(url.size() + 1, '\0');
@@ -98,7 +77,7 @@ std::optional<UrlParts> Crack(const std::string& url) {
   extra.resize(c.dwExtraInfoLength);
   if (path.empty()) path.push_back('/');
   path += extra;
-  return UrlParts{c.nScheme, host, c.nPort, PercentDecoded(user), PercentDecoded(password), path};
+  return UrlParts{c.nScheme, host, c.nPort, user, password, path};
 }
 
 // The text WinInet has for an error code, for LastResponse.
@@ -138,6 +117,16 @@ int64_t ContentLength(HINTERNET request) {
   return size == 0 ? -1 : n;
 }
 
+// The "#insecure" opt-out: any certificate, for any name, at any date.
+bool TrustAnyCertificate(HINTERNET request) {
+  DWORD flags = 0;
+  DWORD size = sizeof flags;
+  if (!InternetQueryOptionA(request, INTERNET_OPTION_SECURITY_FLAGS, &flags, &size)) return false;
+  flags |= SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_CN_INVALID |
+           SECURITY_FLAG_IGNORE_CERT_DATE_INVALID | SECURITY_FLAG_IGNORE_REVOCATION | SECURITY_FLAG_IGNORE_WRONG_USAGE;
+  return InternetSetOptionA(request, INTERNET_OPTION_SECURITY_FLAGS, &flags, sizeof flags) != FALSE;
+}
+
 class WinInetSession final : public HttpSession {
  public:
   explicit WinInetSession(const std::string& userAgent)
@@ -157,17 +146,26 @@ class WinInetSession final : public HttpSession {
   }
 
   HttpResult Perform(const std::string& url, const std::string& sendHeaders, const std::string& postData,
-                     HttpReceiver& receiver) override {
+                     const HttpAccess& access, HttpReceiver& receiver) override {
     last_response_.clear();
     const std::optional<UrlParts> parts = Crack(url);
     if (!parts || (parts->scheme != INTERNET_SCHEME_HTTP && parts->scheme != INTERNET_SCHEME_HTTPS)) {
       last_response_ = "The URL is not an http or https URL: " + url;
       return {HttpOutcome::BadUrl, -1};
     }
-    const bool anonymous = parts->user.empty() && parts->password.empty();
+    if (!parts->user.empty() || !parts->password.empty()) {
+      last_response_ = "The URL carries credentials";
+      return {HttpOutcome::BadUrl, -1};
+    }
+    if (!access.certificate_sha256.empty()) {
+      last_response_ = "Certificate pinning (#sha256=) is not supported on Windows";
+      return {HttpOutcome::BadUrl, -1};
+    }
+    // Credentials as given, beside the URL: WinInet decodes nothing it gets this way.
+    const bool anonymous = !access.authenticate;
     const InternetHandle connection(
-        InternetConnectA(session_.get(), parts->host.c_str(), parts->port, anonymous ? nullptr : parts->user.c_str(),
-                         anonymous ? nullptr : parts->password.c_str(), INTERNET_SERVICE_HTTP, 0, 0));
+        InternetConnectA(session_.get(), parts->host.c_str(), parts->port, anonymous ? nullptr : access.user.c_str(),
+                         anonymous ? nullptr : access.password.c_str(), INTERNET_SERVICE_HTTP, 0, 0));
     if (!connection) return Failed(HttpOutcome::BadUrl);
     const InternetHandle request(HttpOpenRequestA(
         connection.get(), postData.empty() ? "GET" : "POST", parts->path.c_str(), "HTTP/1.1", nullptr, nullptr,
@@ -175,6 +173,7 @@ class WinInetSession final : public HttpSession {
             (parts->scheme == INTERNET_SCHEME_HTTPS ? INTERNET_FLAG_SECURE : 0),
         0));
     if (!request) return Failed(HttpOutcome::NoRequest);
+    if (access.insecure && !TrustAnyCertificate(request.get())) return Failed(HttpOutcome::NoRequest);
 
     const ULONGLONG limit = GetTickCount64() + kRequestLimitMs;
     std::string headers = kBaseHeaders + sendHeaders;
