@@ -29,14 +29,8 @@ if(VMIO_BUILD_SIM)
   install(TARGETS vmio-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 
-# The example sensor table, where the LogIT driver looks for it: beside the file that holds
-# the library, so beside libvmio.so and beside vmio (which links the library statically).
-if(EXISTS "${PROJECT_SOURCE_DIR}/data/LogIT Sensors.txt")
-  install(FILES "data/LogIT Sensors.txt" DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  if(VMIO_BUILD_TOOLS)
-    install(FILES "data/LogIT Sensors.txt" DESTINATION ${CMAKE_INSTALL_BINDIR})
-  endif()
-endif()
+# The example sensor table, in the data folder where the installed library looks for it.
+install(FILES "${VMIO_SENSOR_TABLE}" DESTINATION ${CMAKE_INSTALL_DATADIR}/vmio)
 if(EXISTS "${PROJECT_SOURCE_DIR}/udev/60-vmio-logit.rules")
   install(FILES udev/60-vmio-logit.rules DESTINATION lib/udev/rules.d)
 endif()

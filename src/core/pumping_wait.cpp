@@ -17,4 +17,8 @@ bool PumpingWait(WaitHandle handle, WaitClock::time_point deadline) {
   }
 }
 
+bool WaitRunningEvents(WaitHandle handle, int32_t milliseconds) {
+  return PumpingWait(handle, WaitClock::now() + std::chrono::milliseconds(std::max(milliseconds, 0)));
+}
+
 }  // namespace vmio

@@ -6,11 +6,9 @@
 #include <chrono>
 #include <cstdint>
 
-namespace vmio {
+#include "vmio/events.h"  // WaitHandle, and the host's form of this wait
 
-// What a wait can wait for: a file descriptor on POSIX, a HANDLE on Windows.
-using WaitHandle = std::intptr_t;
-inline constexpr WaitHandle kNoWaitHandle = -1;  // wait for the deadline only
+namespace vmio {
 
 using WaitClock = std::chrono::steady_clock;
 

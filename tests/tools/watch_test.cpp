@@ -1,77 +1,20 @@
-// The demo and the device commands against whatever simulated devices are registered.
-#include "demo.h"
-
+// The device commands against the registered simulated devices.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <regex>
 #include <sstream>
-#include <stdexcept>
 #include <thread>
 
 #include "commands.h"
-#include "vmio/error.h"
+#include "sim_makes.h"
 #include "vmio/objects.h"
 
 namespace vmio::cli {
 namespace {
 
-sim::RunningDevice NoSimulator() { return {nullptr, "operator:hunter2@127.0.0.1:9"}; }
-
-TEST(Demo, RunsEveryRegisteredDriverAgainstItsSimulator) {
-  const std::vector<SimMake> targets = DemoTargets();
-  std::ostringstream out;
-  EXPECT_EQ(RunDemo(targets, out), 0) << out.str();
-  const std::string text = out.str();
-  for (const SimMake& t : targets) {
-    const std::regex summary("\n  " + std::string(t.progid) +
-                             " +[0-9]+ ports?, [0-9]+ reads?, (write checked|no outputs)\n");
-    EXPECT_TRUE(std::regex_search(text, summary)) << t.progid << "\n" << text;
-  }
-  const std::string n = std::to_string(targets.size());
-  EXPECT_NE(text.find(n + (targets.size() == 1 ? " driver: " : " drivers: ") + n + " passed, 0 failed\n"),
-            std::string::npos);
-}
-
-TEST(Demo, ReportsEachFailingTargetAndGoesOnWithTheRest) {
-  const SimMake targets[] = {
-      {"VMIO.NoSuchDriver", &NoSimulator},
-      {"VMIO.IODevice", []() -> sim::RunningDevice { throw std::runtime_error("address in use"); }},
-      {"VMIO.IODevice", &NoSimulator, [](Object&) { throw AutomationError(13); }},
-      {"VMIO.IODevice", &NoSimulator},
-  };
-  std::ostringstream out;
-  EXPECT_EQ(RunDemo(targets, out), 3);
-  const std::string text = out.str();
-  EXPECT_NE(
-      text.find("VMIO.NoSuchDriver\n  failed creating the object: error 429: ActiveX component can't create object\n"),
-      std::string::npos)
-      << text;
-  EXPECT_NE(text.find("  failed starting the simulator: address in use\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("  failed preparing the object: error 13: Type mismatch\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("VMIO.IODevice\n  connected to operator:***@127.0.0.1:9, 0 ports\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("  VMIO.IODevice      0 ports, 0 reads, no outputs\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("4 drivers: 1 passed, 3 failed\n"), std::string::npos) << text;
-  EXPECT_EQ(text.find("hunter2"), std::string::npos);
-}
-
-TEST(Demo, RunsWhileOtherModulesServeTheModelQueryPort) {
-  // Each simulated module answers its model query on UDP 1025 of its own loopback address.
-  const SimMake* adam = sim::FindMake("VMIO.ADAM");
-  ASSERT_TRUE(adam);
-  const sim::RunningDevice first = adam->start();
-  const sim::RunningDevice second = adam->start();
-  const auto host = [](const std::string& device) { return device.substr(0, device.find(':')); };
-  EXPECT_NE(host(first.device), host(second.device));
-  for (const std::string& device : {first.device, second.device}) {
-    const auto object = CreateObject("VMIO.ADAM");
-    auto& io = dynamic_cast<IODevice&>(*object);
-    io.Connect(device);
-    EXPECT_EQ(io.Ports(), 12) << device;  // the fixture's 6060
-  }
-  std::ostringstream out;
-  EXPECT_EQ(RunDemo(DemoTargets(), out), 0) << out.str();
-}
+using sim::SimMake;
 
 // A registered simulated device without set-up, and its first port that reads back from the
 // device an output it can switch; nothing when no target has one.
@@ -95,7 +38,7 @@ SwitchableOutput FindSwitchableOutput(std::span<const SimMake> targets) {
 }
 
 TEST(Watch, PrintsTheStartingValuesAndThenAChangeMadeByAnotherHost) {
-  const std::vector<SimMake> targets = DemoTargets();
+  const std::span<const SimMake> targets = sim::SimMakes();
   const SwitchableOutput found = FindSwitchableOutput(targets);
   if (!found.target) GTEST_SKIP() << "no registered simulated device has an output that reads back";
   const sim::RunningDevice running = found.target->start();
@@ -134,7 +77,7 @@ TEST(Watch, PrintsTheStartingValuesAndThenAChangeMadeByAnotherHost) {
 }
 
 TEST(Commands, PrintTheLibrarysErrorAndExit1WhenTheDeviceIsGone) {
-  const std::vector<SimMake> targets = DemoTargets();
+  const std::span<const SimMake> targets = sim::SimMakes();
   const auto target = std::ranges::find_if(targets, [](const SimMake& t) { return !t.prepare; });
   if (target == targets.end()) GTEST_SKIP() << "no registered simulated device";
   const std::string device = target->start().device;  // started and stopped: nothing answers there now
