@@ -95,6 +95,21 @@ TEST(Commands, PrintTheLibrarysErrorAndExitWithTheConnectionCodeWhenTheDeviceIsG
   EXPECT_EQ(out.str(), "");
 }
 
+TEST(Demo, RunsVmioSimDemoAndPassesOnItsOutputAndExitCode) {
+  {
+    const sim::ScopedEnvironment program("VMIO_SIM", VMIO_SIM_PROGRAM);
+    const Result demo = Vmio({"demo"});
+    EXPECT_EQ(demo.code, kExitOk) << demo.out << demo.err;
+    EXPECT_TRUE(std::regex_search(demo.out, std::regex("\n[0-9]+ drivers: [0-9]+ passed, 0 failed\n$"))) << demo.out;
+  }
+  const sim::ScopedEnvironment missing("VMIO_SIM", "/nonexistent/vmio-sim");
+  const Result none = Vmio({"demo"});
+  EXPECT_EQ(none.code, kExitDevice);
+  EXPECT_EQ(none.err,
+            "vmio demo: cannot run /nonexistent/vmio-sim: No such file or directory (install vmio-sim, or name it in "
+            "VMIO_SIM)\n");
+}
+
 TEST(Set, WritesTextToADoorAndPrintsWhatItReadsThen) {
   sim::Ax200Sim site;
   site.Start();
