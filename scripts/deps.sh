@@ -4,7 +4,8 @@
 set -euo pipefail
 pkgs=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libcpp-httplib-dev
       libmodbus-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format python3-pytest
-      clang libclang-rt-14-dev)  # clang and its runtime: the libFuzzer targets
+      clang libclang-rt-14-dev  # clang and its runtime: the libFuzzer targets
+      dpkg-dev file)  # the .deb packages: cpack finds the programs with file, their dependencies with dpkg-shlibdeps
 if (($#)); then pkgs=("$@"); fi
 missing=()
 for p in "${pkgs[@]}"; do
