@@ -163,7 +163,7 @@ constexpr std::string_view kCommandOption = "--command";  // RS232's commands, o
 constexpr Command kCommands[] = {
     {"classes",
      "classes [--json]",
-     "list the classes, what DEVICE is for each, and what they are",
+     "list the classes and what DEVICE is for each",
      "Lists every class vmio can create: its programmatic name, its short name, what DEVICE\n"
      "is for it, and a line about it. CLASS arguments take either name, in any case (as do\n"
      "vmio shell's new, the C and C++ interfaces and Python). Classes that are not devices\n"
@@ -288,10 +288,15 @@ int ExitCodeOf(const AutomationError& e, bool connecting, std::span<const std::s
 
 void PrintOverview(std::ostream& out) {
   out << "usage: vmio COMMAND [ARGUMENTS]   (vmio COMMAND --help tells more)\n\ncommands:\n";
-  size_t width = 0;
-  for (const Command& c : kCommands) width = std::max(width, c.synopsis.size());
+  // Each command's synopsis, then its summary: beside it, or below it when it is long.
+  constexpr size_t kWidth = 36;
   for (const Command& c : kCommands) {
-    out << "  " << c.synopsis << std::string(width - c.synopsis.size() + 2, ' ') << c.summary << '\n';
+    out << "  " << c.synopsis;
+    if (c.synopsis.size() > kWidth)
+      out << "\n  " << std::string(kWidth, ' ');
+    else
+      out << std::string(kWidth - c.synopsis.size(), ' ');
+    out << "  " << c.summary << '\n';
   }
   out << "\nCLASS is a programmatic name (VMIO.Axis) or a short name (axis), see vmio classes.\n"
          "DEVICE is what the driver connects to: an address, optionally with user:password@ in\n"
