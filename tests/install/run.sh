@@ -34,7 +34,12 @@ done
 # Nothing but programs in bin/.
 [ "$(ls "$prefix/bin")" == "$(printf 'vmio\nvmio-sim')" ] || { echo "bin/ holds: $(ls "$prefix/bin")" >&2; exit 1; }
 # vmio is a host of the shared library, which it finds where it is installed.
-LD_LIBRARY_PATH=$libdir ldd "$prefix/bin/vmio" | grep -q "libvmio.so.0 => $libdir/libvmio.so.0"
+vmio_libs=$(LD_LIBRARY_PATH=$libdir ldd "$prefix/bin/vmio")
+grep -q "libvmio.so.0 => $libdir/libvmio.so.0" <<<"$vmio_libs"
+if grep -E 'modbus|httplib' <<<"$vmio_libs"; then
+  echo "vmio links the simulators' libraries" >&2
+  exit 1
+fi
 [[ $(LD_LIBRARY_PATH=$libdir "$prefix/bin/vmio" --version) =~ ^vmio\ [0-9]+\.[0-9]+\.[0-9]+$ ]]
 
 # A simulated camera to list.
