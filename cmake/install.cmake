@@ -1,48 +1,45 @@
 # What `cmake --install` puts under the prefix, and the package files that let other projects
-# find it: find_package(vmio) gives vmio::vmio (shared) and vmio::vmio_static; pkg-config
-# knows vmio.
+# find it: find_package(vmio) gives vmio::vmio (shared) and, where libcurl's and OpenSSL's
+# development files are found, vmio::vmio_static; pkg-config knows vmio. Each file belongs to
+# one of the Debian packages cmake/packages.cmake makes: lib (libvmio0), dev (libvmio-dev) and
+# tools (vmio-tools).
 include(CMakePackageConfigHelpers)
 
-install(TARGETS vmio_shared vmio_static EXPORT vmio-targets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY include/vmio DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
-install(FILES ${PROJECT_BINARY_DIR}/include/vmio/version.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vmio)
+install(TARGETS vmio_shared EXPORT vmio-targets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT lib NAMELINK_COMPONENT dev)
+install(TARGETS vmio_static EXPORT vmio-static-targets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
+install(DIRECTORY include/vmio DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev FILES_MATCHING PATTERN "*.h")
+install(FILES ${PROJECT_BINARY_DIR}/include/vmio/version.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vmio COMPONENT dev)
+# The example sensor table, in the data folder where the installed library looks for it.
+install(FILES "${VMIO_SENSOR_TABLE}" DESTINATION ${CMAKE_INSTALL_DATADIR}/vmio COMPONENT lib)
 
 set(vmio_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vmio)
-install(EXPORT vmio-targets NAMESPACE vmio:: DESTINATION ${vmio_cmake_dir})
+install(EXPORT vmio-targets NAMESPACE vmio:: DESTINATION ${vmio_cmake_dir} COMPONENT dev)
+install(EXPORT vmio-static-targets NAMESPACE vmio:: DESTINATION ${vmio_cmake_dir} COMPONENT dev)
 configure_package_config_file(cmake/vmio-config.cmake.in ${PROJECT_BINARY_DIR}/vmio-config.cmake
                               INSTALL_DESTINATION ${vmio_cmake_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/vmio-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/vmio-config.cmake ${PROJECT_BINARY_DIR}/vmio-config-version.cmake
-        DESTINATION ${vmio_cmake_dir})
+        DESTINATION ${vmio_cmake_dir} COMPONENT dev)
 
 # Relative to the .pc file, so the package works wherever the prefix is given at install time.
 file(RELATIVE_PATH vmio_pc_to_prefix /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)
 configure_file(cmake/vmio.pc.in ${PROJECT_BINARY_DIR}/vmio.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/vmio.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/vmio.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
 if(VMIO_BUILD_TOOLS)
-  install(TARGETS vmio_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS vmio_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
 if(VMIO_BUILD_SIM)
-  install(TARGETS vmio-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS vmio-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
+if(VMIO_BUILD_TOOLS OR VMIO_BUILD_SIM)
+  install(FILES udev/60-vmio-logit.rules DESTINATION lib/udev/rules.d COMPONENT tools)
+  install(FILES doc/vmio.1 doc/vmio-sim.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES doc/vmio.bash-completion DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          RENAME vmio COMPONENT tools)
+  install(FILES doc/vmio-sim.bash-completion DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          RENAME vmio-sim COMPONENT tools)
 endif()
 
-# The example sensor table, where the LogIT driver looks for it: beside the file that holds
-# the library, so beside libvmio.so and beside vmio (which links the library statically).
-if(EXISTS "${PROJECT_SOURCE_DIR}/data/LogIT Sensors.txt")
-  install(FILES "data/LogIT Sensors.txt" DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  if(VMIO_BUILD_TOOLS)
-    install(FILES "data/LogIT Sensors.txt" DESTINATION ${CMAKE_INSTALL_BINDIR})
-  endif()
-endif()
-if(EXISTS "${PROJECT_SOURCE_DIR}/udev/60-vmio-logit.rules")
-  install(FILES udev/60-vmio-logit.rules DESTINATION lib/udev/rules.d)
-endif()
-file(GLOB vmio_man_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/doc/*.1)
-install(FILES ${vmio_man_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-if(EXISTS "${PROJECT_SOURCE_DIR}/doc/vmio.bash-completion")
-  install(FILES doc/vmio.bash-completion DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-          RENAME vmio)
-endif()
+include(cmake/packages.cmake)

@@ -6,7 +6,8 @@ pkgs=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libcpp-ht
       libmodbus-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format python3-pytest
       python3-venv python3-pip python3-setuptools python3-wheel python3-mypy  # the Python package
       doxygen                                                                 # the API reference
-      clang libclang-rt-14-dev)  # clang and its runtime: the libFuzzer targets
+      clang libclang-rt-14-dev  # clang and its runtime: the libFuzzer targets
+      dpkg-dev file)  # the .deb packages: cpack finds the programs with file, their dependencies with dpkg-shlibdeps
 if (($#)); then pkgs=("$@"); fi
 missing=()
 for p in "${pkgs[@]}"; do

@@ -15,6 +15,8 @@ cmake --build build/release -j "$jobs"
 cmake --build build/release --target docs  # the API reference: a header comment Doxygen cannot read fails
 ctest --test-dir build/release --output-on-failure -j "$jobs"
 ctest --test-dir build/release --output-on-failure -C soak -L soak
+# The Debian packages, built from the release build and checked unpacked.
+scripts/test-packages.sh build/release
 
 # The Windows component, cross-built and run under Wine against the simulators just built.
 VMIO_NATIVE_BUILD=build/release scripts/test-windows.sh

@@ -32,4 +32,5 @@ def test_ports_get_watch_and_errors_parse_as_json(camera_sim):
     assert failed.returncode == 1
     error = json.loads(failed.stdout)["error"]
     assert (error["number"], error["description"]) == (9, "Subscript out of range")
-    assert json.loads(vmio_cli("classes", "--json").stdout)[1] == {"progid": "VMIO.Axis", "name": "axis"}
+    axis = json.loads(vmio_cli("classes", "--json").stdout)[1]
+    assert (axis["progid"], axis["name"], axis["device"]) == ("VMIO.Axis", "axis", "[https://][user:password@]host[:port]")

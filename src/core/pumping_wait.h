@@ -22,12 +22,9 @@
 #include <cstdint>
 
 #include "core/tick_source.h"  // WaitClock
+#include "vmio/events.h"       // WaitHandle, and the host's form of this wait
 
 namespace vmio {
-
-// What a wait can wait for: a file descriptor on POSIX, a HANDLE on Windows.
-using WaitHandle = std::intptr_t;
-inline constexpr WaitHandle kNoWaitHandle = -1;  // wait for the deadline only
 
 // True as soon as handle is ready to read (data, end of stream or an error a read reports),
 // false once the deadline has passed. Due timers run at least once, even when the deadline

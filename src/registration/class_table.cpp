@@ -23,21 +23,33 @@ std::shared_ptr<Object> Make() {
   return std::make_shared<T>();
 }
 
-// Every creatable class. Add a driver here, once, with its programmatic and short names.
+constexpr std::string_view kHttpDevice = "[https://][user:password@]host[:port]";
+
+// Every creatable class. Add a driver here, once, with its programmatic and short names, what
+// Connect takes and a line about it.
 constexpr ClassInfo kClasses[] = {
-    {"VMIO.IODevice", "iodevice", &Make<IODevicePlaceholder>},
-    {"VMIO.Axis", "axis", &Make<Axis>},
-    {"VMIO.Vivotek", "vivotek", &Make<Vivotek>},
-    {"VMIO.ACTi", "acti", &Make<ACTi>},
-    {"VMIO.StarDot", "stardot", &Make<StarDot>},
-    {"VMIO.Genie", "genie", &Make<Genie>},
-    {"VMIO.AviosysPDU", "aviosys", &Make<AviosysPDU>},
-    {"VMIO.ADAM", "adam", &Make<ADAM>},
-    {"VMIO.RS232", "rs232", &Make<RS232>},
-    {"VMIO.LogIT", "logit", &Make<LogIT>},
-    {"VMIO.LogITEnum", "logitenum", &Make<LogITEnum>, true},
-    {"VMIO.AxxessIDDoor", "door", &Make<AxxessIDDoor>},
-    {"VMIO.AxxessIDSensor", "sensor", &Make<AxxessIDSensor>},
+    {"VMIO.IODevice",
+     "iodevice",
+     &Make<IODevicePlaceholder>,
+     false,
+     {},
+     "the interface every device class implements; an object of it has no ports"},
+    {"VMIO.Axis", "axis", &Make<Axis>, false, kHttpDevice, "Axis network cameras and video servers: I/O ports"},
+    {"VMIO.Vivotek", "vivotek", &Make<Vivotek>, false, kHttpDevice,
+     "Vivotek network cameras: digital inputs and outputs"},
+    {"VMIO.ACTi", "acti", &Make<ACTi>, false, kHttpDevice, "ACTi network cameras: digital inputs and outputs"},
+    {"VMIO.StarDot", "stardot", &Make<StarDot>, false, kHttpDevice, "StarDot network cameras: inputs and outputs"},
+    {"VMIO.Genie", "genie", &Make<Genie>, false, kHttpDevice, "Genie network cameras: alarm inputs and outputs"},
+    {"VMIO.AviosysPDU", "aviosys", &Make<AviosysPDU>, false, kHttpDevice, "Aviosys power switches: switched outlets"},
+    {"VMIO.ADAM", "adam", &Make<ADAM>, false, "host[:port]", "ADAM Ethernet I/O modules over Modbus/TCP"},
+    {"VMIO.RS232", "rs232", &Make<RS232>, false, "serial port (/dev/ttyS0)",
+     "an instrument answering text commands on a serial line; its ports are the commands added"},
+    {"VMIO.LogIT", "logit", &Make<LogIT>, false, "hidraw node (/dev/hidraw0)",
+     "LogIT data loggers on USB: sensor readings"},
+    {"VMIO.LogITEnum", "logitenum", &Make<LogITEnum>, true, {}, "lists the LogIT loggers attached to this machine"},
+    {"VMIO.AxxessIDDoor", "door", &Make<AxxessIDDoor>, false, "AX200", "the doors of an AX200 access-control system"},
+    {"VMIO.AxxessIDSensor", "sensor", &Make<AxxessIDSensor>, false, "AX200",
+     "the environment sensors of an AX200 access-control system"},
 };
 
 }  // namespace
@@ -51,10 +63,8 @@ const ClassInfo* FindClass(std::string_view name) {
   return nullptr;
 }
 
-std::shared_ptr<Object> CreateObject(std::string_view progid) {
-  for (const ClassInfo& c : kClasses) {
-    if (EqualsNoCase(c.progid, progid)) return c.create();
-  }
+std::shared_ptr<Object> CreateObject(std::string_view name) {
+  if (const ClassInfo* c = FindClass(name)) return c->create();
   Raise(kCannotCreateObject);
 }
 

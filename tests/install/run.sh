@@ -31,12 +31,21 @@ if grep -E 'TickSource' <<<"$exported"; then
   echo "the test clock's seam is exported" >&2
   exit 1
 fi
-for f in include/vmio/vmio.h include/vmio/version.h bin/vmio bin/vmio-sim "bin/LogIT Sensors.txt" \
+for f in include/vmio/vmio.h include/vmio/version.h bin/vmio bin/vmio-sim "share/vmio/LogIT Sensors.txt" \
   lib/udev/rules.d/60-vmio-logit.rules share/man/man1/vmio.1 \
-  share/man/man1/vmio-sim.1 share/bash-completion/completions/vmio; do
+  share/man/man1/vmio-sim.1 share/bash-completion/completions/vmio share/bash-completion/completions/vmio-sim; do
   [ -e "$prefix/$f" ] || { echo "not installed: $f" >&2; exit 1; }
 done
-[[ $("$prefix/bin/vmio" --version) =~ ^vmio\ [0-9]+\.[0-9]+\.[0-9]+$ ]]
+# Nothing but programs in bin/.
+[ "$(ls "$prefix/bin")" == "$(printf 'vmio\nvmio-sim')" ] || { echo "bin/ holds: $(ls "$prefix/bin")" >&2; exit 1; }
+# vmio is a host of the shared library, which it finds where it is installed.
+vmio_libs=$(LD_LIBRARY_PATH=$libdir ldd "$prefix/bin/vmio")
+grep -q "libvmio.so.0 => $libdir/libvmio.so.0" <<<"$vmio_libs"
+if grep -E 'modbus|httplib' <<<"$vmio_libs"; then
+  echo "vmio links the simulators' libraries" >&2
+  exit 1
+fi
+[[ $(LD_LIBRARY_PATH=$libdir "$prefix/bin/vmio" --version) =~ ^vmio\ [0-9]+\.[0-9]+\.[0-9]+$ ]]
 
 # A simulated camera to list.
 mkfifo "$work/sim-in"
@@ -62,6 +71,13 @@ cmake -S "$here/consumer" -B "$work/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$pre
 cmake --build "$work/consumer" >"$work/consumer.log" || { cat "$work/consumer.log" >&2; exit 1; }
 expect_ports "$work/consumer/list_ports"
 expect_ports "$work/consumer/list_ports_static"
+# The shared library needs neither libcurl's nor OpenSSL's development files: a host that
+# does not find them still gets vmio::vmio (and no vmio::vmio_static).
+cmake -S "$here/consumer" -B "$work/shared-only" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" -DVMIO_SHARED_ONLY=ON \
+  -DCMAKE_DISABLE_FIND_PACKAGE_CURL=ON -DCMAKE_DISABLE_FIND_PACKAGE_OpenSSL=ON >"$work/shared-only.log" ||
+  { cat "$work/shared-only.log" >&2; exit 1; }
+cmake --build "$work/shared-only" >>"$work/shared-only.log" || { cat "$work/shared-only.log" >&2; exit 1; }
+expect_ports "$work/shared-only/list_ports"
 
 # Through pkg-config, from C++ and from C.
 export PKG_CONFIG_PATH=$libdir/pkgconfig

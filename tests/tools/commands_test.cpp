@@ -43,71 +43,105 @@ TEST(Credentials, UserAndPasswordGoInFrontOfTheHost) {
   EXPECT_THROW(WithCredentials("h", "ro:ot", "-", in), UsageError);
 }
 
+// Nothing listens on the discard port of the loopback address: a connect there is refused.
+constexpr char kNobody[] = "127.0.0.1:9";
+
 TEST(Commands, NeverEchoAPasswordGivenInTheDeviceString) {
-  const Result ports = Vmio({"ports", "iodevice", "operator:hunter2@127.0.0.1:8080"});
-  EXPECT_EQ(ports.code, 0);
-  EXPECT_EQ(ports.out,
-            "VMIO.IODevice at operator:***@127.0.0.1:8080: 0 ports\n"
-            "index  name  direction  type  value\n");
-  const Result watch = Vmio({"watch", "VMIO.IODevice", "operator:hunter2@h", "--count", "2", "--interval=20"});
-  EXPECT_EQ(watch.code, 0);
-  EXPECT_EQ(watch.out, "watching VMIO.IODevice at operator:***@h: 0 ports, every 20 ms\n");
-  const Result usage = Vmio({"get", "iodevice", "operator:hunter2@h", "first"});
-  EXPECT_EQ(usage.code, 2);
+  const std::string device = std::string("operator:hunter2@") + kNobody;
+  const Result ports = Vmio({"ports", "axis", device});
+  EXPECT_EQ(ports.code, kExitConnection);
+  EXPECT_EQ(ports.err, std::string("vmio ports: cannot connect to VMIO.Axis at operator:***@") + kNobody +
+                           " (vmio -v shows why)\nerror 45001: Unable to connect to the device\n");
+  const Result watch = Vmio({"-v", "watch", "VMIO.Axis", device, "--count", "2", "--interval=20"});
+  EXPECT_EQ(watch.code, kExitConnection);
+  const Result usage = Vmio({"get", "axis", device, "first"});
+  EXPECT_EQ(usage.code, kExitUsage);
   for (const Result* r : {&ports, &watch, &usage}) {
     EXPECT_EQ(r->out.find("hunter2"), std::string::npos);
     EXPECT_EQ(r->err.find("hunter2"), std::string::npos);
   }
 }
 
-TEST(Commands, TakeClassesByProgidOrShortNameInAnyCase) {
+TEST(Commands, TakeClassesByProgidOrShortNameInAnyCaseAndRefuseThoseThatAreNotDevices) {
   const Result classes = Vmio({"classes"});
   EXPECT_EQ(classes.code, 0);
+  std::istringstream lines(classes.out);
   for (const ClassInfo& c : vmio::Classes()) {
-    EXPECT_NE(classes.out.find(std::string(c.progid) + "  "), std::string::npos) << c.progid;
-    EXPECT_NE(classes.out.find(std::string(c.short_name) + "\n"), std::string::npos) << c.short_name;
+    std::string line;
+    std::getline(lines, line);
+    // Both names, what DEVICE is (or why there is none) and the description, in columns.
+    const std::string device =
+        c.device_string.empty() ? "\\(.*\\)"
+                                : std::regex_replace(std::string(c.device_string), std::regex(R"([\[\]()])"), R"(\$&)");
+    EXPECT_TRUE(std::regex_match(line, std::regex(std::string(c.progid) + " +" + std::string(c.short_name) + " +" +
+                                                  device + " +" + std::string(c.description))))
+        << line;
+    EXPECT_FALSE(c.description.empty()) << c.progid;
   }
-  for (const char* name : {"VMIO.IODevice", "vmio.iodevice", "IODevice", "iodevice"}) {
-    const Result get = Vmio({"get", name, "host", "0"});
-    EXPECT_EQ(get.code, 0) << name << get.err;
-    EXPECT_EQ(get.out, "(empty)\n");
+  // Found by either name in any case: the connect is tried (and refused), not the class.
+  for (const char* name : {"VMIO.Axis", "vmio.axis", "Axis", "AXIS"}) {
+    EXPECT_EQ(Vmio({"get", name, kNobody, "0"}).code, kExitConnection) << name;
+    EXPECT_NE(dynamic_cast<IODevice*>(CreateObject(name).get()), nullptr) << name;  // the C++ entry point too
   }
-  for (const char* state : {"TRUE", "false", "on", "Off", "1", "0"})
-    EXPECT_EQ(Vmio({"set", "iodevice", "host", "3", state}).code, 0) << state;
+  const Result bare = Vmio({"ports", "iodevice", "1.2.3.4"});
+  EXPECT_EQ(bare.code, kExitNotADevice);
+  EXPECT_EQ(bare.out, "");
+  EXPECT_EQ(bare.err.rfind("vmio ports: VMIO.IODevice is not a device class: ", 0), 0u) << bare.err;
+  const Result list = Vmio({"get", "LogITEnum", "x", "0"});
+  EXPECT_EQ(list.code, kExitNotADevice);
+  EXPECT_NE(list.err.find("VMIO.LogITEnum is not a device class: it lists devices (vmio scan logitenum)"),
+            std::string::npos)
+      << list.err;
+  EXPECT_EQ(Vmio({"watch", "iodevice", "h"}).code, kExitNotADevice);
+}
+
+TEST(Commands, TakeValuesAsThePortsTypeTakesThem) {
+  for (const char* word : {"TRUE", "on", "1"}) EXPECT_EQ(ValueForPort(word, vtBool), Variant(true)) << word;
+  for (const char* word : {"false", "Off", "0"}) EXPECT_EQ(ValueForPort(word, vtBool), Variant(false)) << word;
+  EXPECT_EQ(ValueForPort("Locked", vtBool), std::nullopt);
+  EXPECT_EQ(ValueForPort("on", vtString), Variant("on"));
+  EXPECT_EQ(ValueForPort("", vtString), Variant(""));
+  EXPECT_EQ(ValueForPort("-3", vtI2), Variant(int16_t{-3}));
+  EXPECT_EQ(ValueForPort("255", vtUI1), Variant(uint8_t{255}));
+  EXPECT_EQ(ValueForPort("256", vtUI1), std::nullopt);
+  EXPECT_EQ(ValueForPort("0.5", vtR8), Variant(0.5));
+  EXPECT_EQ(ValueForPort("half", vtR8), std::nullopt);
+  EXPECT_EQ(ValueForPort("1", vtEmpty), std::nullopt);
 }
 
 TEST(Commands, ReportUsageErrorsWithExitCode2) {
   const Result none = Vmio({});
-  EXPECT_EQ(none.code, 2);
+  EXPECT_EQ(none.code, kExitUsage);
   EXPECT_NE(none.err.find("usage: vmio COMMAND"), std::string::npos);
 
+  const std::string ports_usage = "usage: vmio ports CLASS DEVICE [--command TEXT]... [--json]\n";
+  const std::string watch_usage =
+      "usage: vmio watch CLASS DEVICE [--interval MS] [--count N] [--command TEXT]... [--json]\n";
   const struct {
     std::vector<std::string> args;
     std::string err;
   } cases[] = {
       {{"frobnicate"}, "vmio: unknown command 'frobnicate' (vmio --help lists them)\n"},
-      {{"ports", "iodevice"}, "vmio ports: missing arguments\nusage: vmio ports CLASS DEVICE [--json]\n"},
+      {{"ports", "axis"}, "vmio ports: missing arguments\n" + ports_usage},
       {{"classes", "extra"}, "vmio classes: too many arguments\nusage: vmio classes [--json]\n"},
-      {{"ports", "nosuch", "h"},
-       "vmio ports: unknown class 'nosuch' (vmio classes lists them)\nusage: vmio ports CLASS DEVICE [--json]\n"},
-      {{"get", "iodevice", "h", "1.5"},
-       "vmio get: INDEX must be a whole number, not '1.5'\nusage: vmio get CLASS DEVICE INDEX [--json]\n"},
-      {{"set", "iodevice", "h", "0", "maybe"},
-       "vmio set: the new state is true/false, on/off or 1/0, not 'maybe'\nusage: vmio set CLASS DEVICE INDEX "
-       "on|off\n"},
-      {{"ports", "iodevice", "h", "--password-file", "/dev/null"},
-       "vmio ports: --password-file needs --user\nusage: vmio ports CLASS DEVICE [--json]\n"},
-      {{"ports", "iodevice", "a:b@h", "--user", "root"},
-       "vmio ports: give credentials in DEVICE or with --user, not both\nusage: vmio ports CLASS DEVICE [--json]\n"},
-      {{"set", "iodevice", "h", "0", "on", "--json"},
-       "vmio set: unknown option '--json'\nusage: vmio set CLASS DEVICE INDEX on|off\n"},
-      {{"watch", "iodevice", "h", "--count", "0"},
-       "vmio watch: --count takes a whole number of at least 1, not '0'\nusage: vmio watch CLASS DEVICE [--interval "
-       "MS] [--count N] [--json]\n"},
-      {{"watch", "iodevice", "h", "--interval"},
-       "vmio watch: --interval needs a value\nusage: vmio watch CLASS DEVICE [--interval MS] [--count N] [--json]\n"},
-      {{"ports", "iodevice", "h", "--count", "2"},
-       "vmio ports: unknown option '--count'\nusage: vmio ports CLASS DEVICE [--json]\n"},
+      {{"ports", "nosuch", "h"}, "vmio ports: unknown class 'nosuch' (vmio classes lists them)\n" + ports_usage},
+      {{"get", "axis", "h", "1.5"},
+       "vmio get: INDEX must be a whole number, not '1.5'\nusage: vmio get CLASS DEVICE INDEX [--command TEXT]... "
+       "[--json]\n"},
+      {{"ports", "axis", "h", "--password-file", "/dev/null"},
+       "vmio ports: --password-file needs --user\n" + ports_usage},
+      {{"ports", "axis", "a:b@h", "--user", "root"},
+       "vmio ports: give credentials in DEVICE or with --user, not both\n" + ports_usage},
+      {{"set", "axis", "h", "0", "on", "--command", "x"},
+       "vmio set: unknown option '--command'\nusage: vmio set CLASS DEVICE INDEX VALUE [--json]\n"},
+      {{"ports", "axis", "h", "--command", "bad\\q"},
+       "vmio ports: --command takes text with the escapes \\\\ \\r \\n \\t \\xHH, not 'bad\\q'\n" + ports_usage},
+      {{"ports", "axis", "h", "--command", "X\\r"},
+       "vmio ports: VMIO.Axis takes no --command (only classes with AddCommand, such as rs232)\n" + ports_usage},
+      {{"watch", "axis", "h", "--count", "0"},
+       "vmio watch: --count takes a whole number of at least 1, not '0'\n" + watch_usage},
+      {{"watch", "axis", "h", "--interval"}, "vmio watch: --interval needs a value\n" + watch_usage},
+      {{"ports", "axis", "h", "--count", "2"}, "vmio ports: unknown option '--count'\n" + ports_usage},
   };
   for (const auto& c : cases) {
     const Result r = Vmio(c.args);
@@ -161,7 +195,14 @@ TEST_F(CameraCommands, PrintJsonForScripts) {
   EXPECT_EQ(ports.out.find('\n'), ports.out.size() - 1);
 
   EXPECT_EQ(Vmio({"get", "axis", device, "1", "--json"}).out, "{\"index\":1,\"name\":\"Input 2\",\"value\":true}\n");
-  EXPECT_EQ(Vmio({"classes", "--json"}).out.rfind("[{\"progid\":\"VMIO.IODevice\",\"name\":\"iodevice\"},", 0), 0u);
+  EXPECT_EQ(Vmio({"classes", "--json"})
+                .out.rfind("[{\"progid\":\"VMIO.IODevice\",\"name\":\"iodevice\",\"device\":null,\"description\":", 0),
+            0u);
+  EXPECT_NE(
+      Vmio({"classes", "--json"})
+          .out.find(
+              "{\"progid\":\"VMIO.Axis\",\"name\":\"axis\",\"device\":\"[https://][user:password@]host[:port]\","),
+      std::string::npos);
 
   const Result watch = Vmio({"watch", "axis", device, "--count", "1", "--json"});
   EXPECT_EQ(watch.code, 0);
@@ -174,7 +215,7 @@ TEST_F(CameraCommands, PrintJsonForScripts) {
 
   // A failure is a JSON object too, with the library's number and text.
   const Result refused = Vmio({"get", "axis", "root:wrong@" + authority, "0", "--json"});
-  EXPECT_EQ(refused.code, 1);
+  EXPECT_EQ(refused.code, kExitAuthorisation);
   EXPECT_EQ(refused.out,
             "{\"error\":{\"number\":45001,\"description\":\"Unable to connect to the device\",\"context\":\"cannot "
             "connect to VMIO.Axis at root:***@" +
@@ -186,6 +227,7 @@ TEST_F(CameraCommands, TakeCredentialsFromAFileOrTheEnvironment) {
   std::ofstream(file) << "s3cret\n";
   const Result from_file = Vmio({"set", "axis", authority, "4", "on", "--user", "root", "--password-file", file});
   EXPECT_EQ(from_file.code, 0) << from_file.err;
+  EXPECT_EQ(from_file.out, "true\n");  // read back
   EXPECT_EQ(camera->Points().Output(1), 1);
 
   ::setenv("VMIO_PASSWORD", "s3cret", 1);
@@ -198,10 +240,10 @@ TEST_F(CameraCommands, TakeCredentialsFromAFileOrTheEnvironment) {
 
   // No source and no terminal to ask on: refused, not an empty password sent.
   const Result none = Vmio({"get", "axis", authority, "4", "--user=root"});
-  EXPECT_EQ(none.code, 2);
+  EXPECT_EQ(none.code, kExitUsage);
   EXPECT_TRUE(none.err.starts_with("vmio get: --user needs a password")) << none.err;
   const Result empty_input = Vmio({"get", "axis", authority, "4", "--user=root", "--password-file=-"});
-  EXPECT_EQ(empty_input.code, 2);
+  EXPECT_EQ(empty_input.code, kExitUsage);
   EXPECT_TRUE(empty_input.err.starts_with("vmio get: --password-file -: no password")) << empty_input.err;
 }
 
@@ -223,7 +265,7 @@ TEST(CameraCredentials, AwkwardPasswordsReachTheCameraVerbatim) {
     EXPECT_EQ(r.out, "true\n");
   }
   const Result wrong = Vmio({"-v", "get", "axis", "op:p@s/s#w?rAd: x@" + authority, "0"});
-  EXPECT_EQ(wrong.code, 1);
+  EXPECT_EQ(wrong.code, kExitAuthorisation);
   EXPECT_NE(wrong.err.find("GET http://op:***@" + authority + "/"), std::string::npos) << wrong.err;
   EXPECT_EQ(wrong.err.find("w?r"), std::string::npos) << wrong.err;
 }
@@ -293,15 +335,20 @@ TEST(CameraCredentials, AskForThePasswordOnATerminal) {
 TEST_F(CameraCommands, ErrorsSayWhichPortAndKeepTheLibrarysText) {
   const std::string device = "root:s3cret@" + authority;
   const Result input = Vmio({"set", "axis", device, "0", "on"});
-  EXPECT_EQ(input.code, 1);
+  EXPECT_EQ(input.code, kExitDevice);
   EXPECT_EQ(input.err, "vmio set: port 0 (Input 1) is an input\nerror 45004: Port 1is not an output port\n");
   const Result beyond = Vmio({"get", "axis", device, "6"});
   EXPECT_EQ(beyond.err, "vmio get: port 6 does not exist: the ports are 0 to 5\nerror 9: Subscript out of range\n");
+  EXPECT_EQ(beyond.code, kExitDevice);
+  const Result word = Vmio({"set", "axis", device, "4", "Locked"});
+  EXPECT_EQ(word.code, kExitUsage);
+  EXPECT_EQ(word.err.rfind("vmio set: port 4 (Output 1) takes true/false, on/off or 1/0, not 'Locked'\n", 0), 0u)
+      << word.err;
 }
 
 TEST_F(CameraCommands, VerboseShowsWhyAConnectFailed) {
   const Result wrong = Vmio({"-v", "ports", "axis", "root:Not-It@" + authority});
-  EXPECT_EQ(wrong.code, 1);
+  EXPECT_EQ(wrong.code, kExitAuthorisation);
   EXPECT_NE(wrong.err.find("401 Unauthorized"), std::string::npos) << wrong.err;
   EXPECT_NE(wrong.err.find("error 45001: Unable to connect to the device\n"), std::string::npos);
   EXPECT_EQ(wrong.err.find("Not-It"), std::string::npos);
@@ -309,7 +356,7 @@ TEST_F(CameraCommands, VerboseShowsWhyAConnectFailed) {
   // https:// asks for TLS to the same host and port: a device that speaks plain HTTP there
   // fails the handshake.
   const Result tls = Vmio({"-v", "get", "axis", "https://root:s3cret@" + authority, "0"});
-  EXPECT_EQ(tls.code, 1);
+  EXPECT_EQ(tls.code, kExitConnection);
   EXPECT_NE(tls.err.find("GET https://root:***@" + authority + "/"), std::string::npos) << tls.err;
   EXPECT_NE(tls.err.find("SSL"), std::string::npos) << tls.err;
 
@@ -317,6 +364,7 @@ TEST_F(CameraCommands, VerboseShowsWhyAConnectFailed) {
   camera.reset();
   const Result refused = Vmio({"ports", "axis", address, "-v"});
   EXPECT_NE(refused.err.find("Connection refused"), std::string::npos) << refused.err;
+  EXPECT_EQ(refused.code, kExitConnection);
   // Without -v, only the library's error and what was being done.
   EXPECT_EQ(Vmio({"ports", "axis", address}).err,
             "vmio ports: cannot connect to VMIO.Axis at " + address +
@@ -324,9 +372,13 @@ TEST_F(CameraCommands, VerboseShowsWhyAConnectFailed) {
 }
 
 TEST(Commands, ShellReadsTheGivenInput) {
-  const Result r = Vmio({"shell"}, "new VMIO.IODevice\nports\n");
+  // A failed new leaves no object (91 for what follows) and the shell goes on; short names do.
+  const Result r = Vmio({"shell"}, "new nosuch\nports\nnew axis\nports\nnew IODevice\nports\n");
   EXPECT_EQ(r.code, 0);
-  EXPECT_EQ(r.out, "ok\ni4:0\n");
+  EXPECT_EQ(r.out,
+            "error 429 ActiveX component can't create object\n"
+            "error 91 Object variable or With block variable not set\n"
+            "ok\nerror 45003 Not connected\nok\ni4:0\n");
 }
 
 }  // namespace

@@ -7,11 +7,13 @@
 #include <map>
 #include <optional>
 #include <ostream>
+#include <regex>
 #include <vector>
 
 #include "credentials.h"
 #include "demo.h"
 #include "device_commands.h"
+#include "escape_text.h"
 #include "interrupt.h"
 #include "json.h"
 #include "shell.h"
@@ -26,10 +28,12 @@ namespace {
 struct Invocation {
   std::vector<std::string> positional;
   std::map<std::string, std::string, std::less<>> options;  // "--interval" -> "250", "--json" -> ""
+  std::vector<std::string> commands;                        // each --command, unescaped
   std::istream& in;
   std::ostream& out;
 
   Output Results() const { return {out, options.contains("--json")}; }
+  Target Opened() const { return Target(FindClass(positional[0]), Device(), commands); }
   // DEVICE (the second argument) with the credentials of --user and --password-file (or
   // VMIO_PASSWORD, or the terminal) put in front, so a password need not appear on the
   // command line.
@@ -80,16 +84,30 @@ int Classes(const Invocation& inv) {
   if (inv.Results().json) {
     std::string list;
     for (const ClassInfo& c : vmio::Classes()) {
-      list +=
-          (list.empty() ? "" : ",") + JsonObject().AddString("progid", c.progid).AddString("name", c.short_name).Text();
+      JsonObject entry;
+      entry.AddString("progid", c.progid).AddString("name", c.short_name);
+      entry.Add("device", c.device_string.empty() ? "null" : JsonString(c.device_string));
+      entry.AddString("description", c.description);
+      list += (list.empty() ? "" : ",") + entry.Text();
     }
     inv.out << "[" << list << "]\n";
     return 0;
   }
-  size_t width = 0;
-  for (const ClassInfo& c : vmio::Classes()) width = std::max(width, c.progid.size());
+  const auto device_form = [](const ClassInfo& c) {
+    return c.device_string.empty() ? std::string(c.lists_devices ? "(lists devices)" : "(not a device)")
+                                   : std::string(c.device_string);
+  };
+  std::array<size_t, 3> width{};
   for (const ClassInfo& c : vmio::Classes()) {
-    inv.out << c.progid << std::string(width - c.progid.size() + 2, ' ') << c.short_name << '\n';
+    width = {std::max(width[0], c.progid.size()), std::max(width[1], c.short_name.size()),
+             std::max(width[2], device_form(c).size())};
+  }
+  const auto pad = [](std::string_view text, size_t to) {
+    return std::string(text) + std::string(to - text.size() + 2, ' ');
+  };
+  for (const ClassInfo& c : vmio::Classes()) {
+    inv.out << pad(c.progid, width[0]) << pad(c.short_name, width[1]) << pad(device_form(c), width[2]) << c.description
+            << '\n';
   }
   return 0;
 }
@@ -98,30 +116,20 @@ int Scan(const Invocation& inv) {
   return ScanDevices(inv.positional.empty() ? nullptr : &FindClass(inv.positional[0]), inv.Results());
 }
 
-int Ports(const Invocation& inv) { return ListPorts(FindClass(inv.positional[0]), inv.Device(), inv.Results()); }
+int Ports(const Invocation& inv) { return ListPorts(inv.Opened(), inv.Results()); }
 
 int Get(const Invocation& inv) {
-  const ClassInfo& cls = FindClass(inv.positional[0]);
-  return GetPort(cls, inv.Device(), ParseIndex(inv.positional[2]), inv.Results());
-}
-
-std::optional<bool> ParseState(std::string text) {
-  std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  if (text == "true" || text == "on" || text == "1") return true;
-  if (text == "false" || text == "off" || text == "0") return false;
-  return std::nullopt;
+  const Target target = inv.Opened();
+  return GetPort(target, ParseIndex(inv.positional[2]), inv.Results());
 }
 
 int Set(const Invocation& inv) {
-  const ClassInfo& cls = FindClass(inv.positional[0]);
-  const int32_t index = ParseIndex(inv.positional[2]);
-  const auto state = ParseState(inv.positional[3]);
-  if (!state) throw UsageError("the new state is true/false, on/off or 1/0, not '" + inv.positional[3] + "'");
-  return SetPort(cls, inv.Device(), index, *state);
+  const Target target = inv.Opened();
+  return SetPort(target, ParseIndex(inv.positional[2]), inv.positional[3], inv.Results());
 }
 
 int Watch(const Invocation& inv) {
-  const ClassInfo& cls = FindClass(inv.positional[0]);
+  const Target target = inv.Opened();
   WatchOptions options;
   options.interval_ms = PositiveOption(inv, "--interval", options.interval_ms);
   if (inv.options.contains("--count")) options.count = PositiveOption(inv, "--count", 1);
@@ -129,21 +137,26 @@ int Watch(const Invocation& inv) {
   // disconnected properly.
   const InterruptWatch interrupt;
   options.stop = interrupt.Handle();
-  return WatchPorts(cls, inv.Device(), options, inv.Results());
+  return WatchPorts(target, options, inv.Results());
 }
 
 int Shell(const Invocation& inv) { return RunShell(inv.in, inv.out); }
 
-int Demo(const Invocation& inv) { return RunDemo(DemoTargets(), inv.out) == 0 ? 0 : 1; }
+int Demo(const Invocation& inv) { return RunSimulatorDemo(inv.out) == 0 ? kExitOk : kExitDevice; }
 
 constexpr std::string_view kCredentialOptions[] = {"--user", "--password-file"};
+constexpr std::string_view kCommandOption = "--command";  // RS232's commands, one per port
 
 constexpr Command kCommands[] = {
     {"classes",
      "classes [--json]",
-     "list the device classes",
-     "Lists every class vmio can create: its programmatic name and its short name. CLASS\n"
-     "arguments of the other commands take either, in any case. --json prints a JSON array.",
+     "list the classes and what DEVICE is for each",
+     "Lists every class vmio can create: its programmatic name, its short name, what DEVICE\n"
+     "is for it, and a line about it. CLASS arguments take either name, in any case (as do\n"
+     "vmio shell's new, the C and C++ interfaces and Python). Classes that are not devices\n"
+     "(the bare interface, the lists of attached devices) show no DEVICE: the device commands\n"
+     "refuse them (exit code 3). --json prints a JSON array of {progid, name, device,\n"
+     "description}.",
      0,
      {},
      true,
@@ -163,36 +176,43 @@ constexpr Command kCommands[] = {
      &Scan,
      1},
     {"ports",
-     "ports CLASS DEVICE [--json]",
+     "ports CLASS DEVICE [--command TEXT]... [--json]",
      "list a device's ports with their current values",
      "Connects and prints a table of every port: index, name, direction, type and value.\n"
      "--json prints one JSON object with the list of ports; a port whose value cannot be read\n"
      "has an \"error\" field with the number and description instead of a \"value\".\n"
-     "\nexample: vmio ports axis 10.0.0.5 --user root --password-file ~/.axis-password",
+     "\nexample: vmio ports axis 10.0.0.5 --user root --password-file ~/.axis-password\n"
+     "example: vmio ports rs232 /dev/ttyUSB0 --command 'TEMP?\\r' --command 'HUM?\\r'",
      2,
-     {kCredentialOptions[0], kCredentialOptions[1]},
+     {kCredentialOptions[0], kCredentialOptions[1], kCommandOption},
      true,
      &Ports},
     {"get",
-     "get CLASS DEVICE INDEX [--json]",
+     "get CLASS DEVICE INDEX [--command TEXT]... [--json]",
      "read one port",
      "Connects and prints the value of port INDEX (the first port is 0).\n"
-     "\nexample: vmio get vivotek 10.0.0.6 0",
+     "\nexample: vmio get vivotek 10.0.0.6 0\n"
+     "example: vmio get rs232 /dev/ttyUSB0 0 --command 'TEMP?\\r'",
      3,
-     {kCredentialOptions[0], kCredentialOptions[1]},
+     {kCredentialOptions[0], kCredentialOptions[1], kCommandOption},
      true,
      &Get},
     {"set",
-     "set CLASS DEVICE INDEX on|off",
-     "switch an output on or off",
-     "Connects and switches output port INDEX on or off (true/false, on/off and 1/0 all do).\n"
-     "\nexample: vmio set adam 10.0.0.7 6 on",
+     "set CLASS DEVICE INDEX VALUE [--json]",
+     "write an output port and print what it reads then",
+     "Connects, writes VALUE to port INDEX as the port takes it, reads the port back and\n"
+     "prints what it reads. A Boolean port (a switch) takes true/false, on/off or 1/0; a\n"
+     "string port takes the text (a door: Locked, Unlocked, ...); a numeric port a number.\n"
+     "Exits 1 when the port reads other than what was written. --json prints {index, name,\n"
+     "value} as read back.\n"
+     "\nexample: vmio set adam 10.0.0.7 6 on\n"
+     "example: vmio set door AX200 0 Locked",
      4,
      {kCredentialOptions[0], kCredentialOptions[1]},
-     false,
+     true,
      &Set},
     {"watch",
-     "watch CLASS DEVICE [--interval MS] [--count N] [--json]",
+     "watch CLASS DEVICE [--interval MS] [--count N] [--command TEXT]... [--json]",
      "print port changes as they happen",
      "Reads every port each MS milliseconds (default 500) and prints the time, index, name and\n"
      "value of each port at the start and whenever one changes. Stops after N polls when\n"
@@ -200,7 +220,7 @@ constexpr Command kCommands[] = {
      "time in ISO 8601 and its zone.\n"
      "\nexample: vmio watch axis root:secret@10.0.0.5 --interval 250",
      2,
-     {"--interval", "--count", kCredentialOptions[0], kCredentialOptions[1]},
+     {"--interval", "--count", kCredentialOptions[0], kCredentialOptions[1], kCommandOption},
      true,
      &Watch},
     {"shell",
@@ -209,7 +229,7 @@ constexpr Command kCommands[] = {
      "The line protocol for scripts: one command per line, one result line per command (ok,\n"
      "a typed value, or error N DESCRIPTION). Blank lines and lines starting with # are skipped.\n"
      "\n"
-     "  new PROGID   use K   release   connect DEVICE   disconnect   ports\n"
+     "  new CLASS   use K   release   connect DEVICE   disconnect   ports\n"
      "  direction I   type I   name I   get I   set I VALUE   call MEMBER [VALUE ...]\n"
      "  item-id KEY   item-name KEY   sleep MS\n"
      "\n"
@@ -222,21 +242,48 @@ constexpr Command kCommands[] = {
     {"demo",
      "demo",
      "run every driver against its built-in simulated device",
-     "Starts a simulated device for every driver, connects, lists and reads the ports,\n"
-     "switches the first output over and back, and prints a summary. Exits 1 when a driver\n"
-     "fails.",
+     "Runs vmio-sim demo (VMIO_SIM names the program; else the one beside vmio, else the\n"
+     "one on PATH): it starts a simulated device for every driver, connects, lists and reads\n"
+     "the ports, switches the first output over and back, and prints a summary. Exits 1 when\n"
+     "a driver fails.",
      0,
      {},
      false,
      &Demo},
 };
 
+bool ContainsNoCase(std::string_view text, std::string_view part) {
+  return !std::ranges::search(text, part, [](char a, char b) { return std::tolower(a) == std::tolower(b); }).empty();
+}
+
+// What kind of failure an error was: the trace (the last HTTP status, a transport's time-out)
+// tells what the number alone does not, as most drivers report any failed connect as 45001.
+int ExitCodeOf(const AutomationError& e, bool connecting, std::span<const std::string> trace) {
+  static const std::regex kHttpStatus("^http: HTTP/[0-9.]+ ([0-9]{3})");
+  std::string last_status;
+  bool timed_out = ContainsNoCase(e.Description(), "timed out");
+  for (const std::string& line : trace) {
+    std::smatch m;
+    if (std::regex_search(line, m, kHttpStatus)) last_status = m[1];
+    if (ContainsNoCase(line, "timed out") || ContainsNoCase(line, "timeout")) timed_out = true;
+  }
+  if (e.Number() == IOErrorAuthFailed || last_status == "401" || last_status == "403") return kExitAuthorisation;
+  if (timed_out) return kExitTimeout;
+  if (connecting || e.Number() == IOErrorConnectionFailed || e.Number() == kHttpConnectFailed) return kExitConnection;
+  return kExitDevice;
+}
+
 void PrintOverview(std::ostream& out) {
   out << "usage: vmio COMMAND [ARGUMENTS]   (vmio COMMAND --help tells more)\n\ncommands:\n";
-  size_t width = 0;
-  for (const Command& c : kCommands) width = std::max(width, c.synopsis.size());
+  // Each command's synopsis, then its summary: beside it, or below it when it is long.
+  constexpr size_t kWidth = 36;
   for (const Command& c : kCommands) {
-    out << "  " << c.synopsis << std::string(width - c.synopsis.size() + 2, ' ') << c.summary << '\n';
+    out << "  " << c.synopsis;
+    if (c.synopsis.size() > kWidth)
+      out << "\n  " << std::string(kWidth, ' ');
+    else
+      out << std::string(kWidth - c.synopsis.size(), ' ');
+    out << "  " << c.summary << '\n';
   }
   out << "\nCLASS is a programmatic name (VMIO.Axis) or a short name (axis), see vmio classes.\n"
          "DEVICE is what the driver connects to: an address, optionally with user:password@ in\n"
@@ -245,12 +292,16 @@ void PrintOverview(std::ostream& out) {
          "behind trusts that one certificate, #insecure any (testing only). --user NAME takes\n"
          "the password from --password-file FILE (- for standard input) or VMIO_PASSWORD, or\n"
          "asks for it on a terminal, keeping it out of the command line.\n"
+         "--command TEXT (repeated) adds RS232 commands, one port each, before connecting; TEXT\n"
+         "takes the escapes \\r \\n \\t \\\\ \\xHH ('READ?\\r'; '\\r\\n' alone listens).\n"
          "\noptions: -v (before or after the command) traces why a call failed to standard error;\n"
-         "--version prints the version.\n";
+         "--version prints the version.\n"
+         "\nexit codes: 0 done, 1 device error, 2 usage, 3 class is not a device, 4 cannot connect,\n"
+         "5 credentials refused, 6 timed out.\n";
 }
 
 int RunParsed(const Command& command, std::span<const std::string> args, std::istream& in, std::ostream& out) {
-  Invocation inv{{}, {}, in, out};
+  Invocation inv{{}, {}, {}, in, out};
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
     if (!arg.starts_with("--")) {
@@ -266,12 +317,20 @@ int RunParsed(const Command& command, std::span<const std::string> args, std::is
     if (name.empty() || std::ranges::find(command.options, name) == command.options.end()) {
       throw UsageError("unknown option '" + name + "'");
     }
+    std::string value;
     if (equals != std::string::npos) {
-      inv.options[name] = arg.substr(equals + 1);
+      value = arg.substr(equals + 1);
     } else if (i + 1 < args.size()) {
-      inv.options[name] = args[++i];
+      value = args[++i];
     } else {
       throw UsageError(name + " needs a value");
+    }
+    if (name == kCommandOption) {
+      auto text = UnescapeText(value);
+      if (!text) throw UsageError("--command takes text with the escapes \\\\ \\r \\n \\t \\xHH, not '" + value + "'");
+      inv.commands.push_back(std::move(*text));
+    } else {
+      inv.options[name] = std::move(value);
     }
   }
   if (inv.positional.size() < command.arguments) throw UsageError("missing arguments");
@@ -282,7 +341,8 @@ int RunParsed(const Command& command, std::span<const std::string> args, std::is
 }  // namespace
 
 int RunCommand(std::span<const std::string> all_args, std::istream& in, std::ostream& out, std::ostream& err) {
-  // -v anywhere: the library's trace goes to err while the command runs.
+  // -v anywhere: the library's trace goes to err while the command runs. The trace is kept
+  // either way: it tells why a connect failed (a 401, a time-out), which the exit code says.
   std::vector<std::string> kept;
   bool verbose = false;
   for (const std::string& arg : all_args) {
@@ -294,13 +354,16 @@ int RunCommand(std::span<const std::string> all_args, std::istream& in, std::ost
   }
   const std::span<const std::string> args(kept);
   struct TraceTo {
-    explicit TraceTo(std::ostream* stream) : on(stream != nullptr) {
-      if (on) SetTraceHandler([stream](std::string_view text) { *stream << "vmio: " << text << std::endl; });
+    explicit TraceTo(std::ostream* stream) {
+      SetTraceHandler([this, stream](std::string_view text) {
+        lines.emplace_back(text);
+        if (stream) *stream << "vmio: " << text << std::endl;
+      });
     }
-    ~TraceTo() {
-      if (on) SetTraceHandler({});
-    }
-    bool on;
+    ~TraceTo() { SetTraceHandler({}); }
+    TraceTo(const TraceTo&) = delete;
+    TraceTo& operator=(const TraceTo&) = delete;
+    std::vector<std::string> lines;
   } trace(verbose ? &err : nullptr);
 
   if (args.empty()) {
@@ -333,7 +396,10 @@ int RunCommand(std::span<const std::string> all_args, std::istream& in, std::ost
   } catch (const UsageError& e) {
     err << "vmio " << command->name << ": " << RedactCredentials(e.what(), device) << "\nusage: vmio "
         << command->synopsis << '\n';
-    return 2;
+    return kExitUsage;
+  } catch (const NotADeviceError& e) {
+    err << "vmio " << command->name << ": " << e.what() << '\n';
+    return kExitNotADevice;
   } catch (const AutomationError& e) {
     const auto* operation = dynamic_cast<const OperatorError*>(&e);
     const std::string context = operation ? RedactCredentials(operation->context, device) : std::string();
@@ -341,10 +407,10 @@ int RunCommand(std::span<const std::string> all_args, std::istream& in, std::ost
     if (!context.empty()) err << "vmio " << command->name << ": " << context << '\n';
     err << "error " << e.Number() << ": " << description << '\n';
     if (json) out << JsonObject().AddError(AutomationError(e.Number(), description), context).Text() << '\n';
-    return 1;
+    return ExitCodeOf(e, operation && operation->connecting, trace.lines);
   } catch (const std::exception& e) {
     err << "vmio " << command->name << ": " << RedactCredentials(e.what(), device) << '\n';
-    return 1;
+    return kExitDevice;
   }
 }
 

@@ -1,22 +1,13 @@
 #pragma once
-// `vmio demo`: every driver against its simulated device, for newcomers and as a smoke test.
+// `vmio demo`: the simulators live in vmio-sim, so the command runs `vmio-sim demo` and passes
+// on what it prints and how it ends.
 #include <ostream>
-#include <span>
-#include <vector>
-
-#include "sim_makes.h"
 
 namespace vmio::cli {
 
-using sim::SimMake;
-
-// The simulated make of every class that has one, in the order of the class table.
-std::vector<SimMake> DemoTargets();
-
-// For each target: starts its simulator, creates and connects the driver, lists and reads
-// every port, switches the first Boolean output to the opposite state, checks it reads back,
-// switches it back and disconnects. Prints a few lines per target and a summary; a failing
-// target is reported and the rest still run. Returns the number of targets that failed.
-int RunDemo(std::span<const SimMake> targets, std::ostream& out);
+// Runs `vmio-sim demo`, found as VMIO_SIM names it, else beside this program, else on PATH;
+// copies its standard output to out. Returns its exit code; throws std::runtime_error when it
+// cannot be started or does not exit normally.
+int RunSimulatorDemo(std::ostream& out);
 
 }  // namespace vmio::cli

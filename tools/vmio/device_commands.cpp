@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -64,16 +66,27 @@ class ConnectProgress {
   std::thread thread_;
 };
 
-OpenDevice Open(const ClassInfo& cls, const std::string& device) {
+OpenDevice Open(const Target& target) {
+  const ClassInfo& cls = target.cls;
+  const std::string& device = target.device;
   std::shared_ptr<Object> object = cls.create();
   auto* io = dynamic_cast<IODevice*>(object.get());
-  if (!io) throw AutomationError(kMemberNotSupported);  // a class that is not a device (an enumerator)
+  if (!io) throw AutomationError(kMemberNotSupported);
+  for (const std::string& command : target.commands) {
+    const Variant text[] = {Variant(command)};
+    try {
+      object->Call("AddCommand", text);
+    } catch (const AutomationError& e) {
+      if (e.Number() != kMemberNotSupported) throw;
+      throw UsageError(std::string(cls.progid) + " takes no --command (only classes with AddCommand, such as rs232)");
+    }
+  }
   const std::string where = std::string(cls.progid) + " at " + MaskCredentials(device);
   try {
     ConnectProgress progress(where);
     io->Connect(device);
   } catch (const AutomationError& e) {
-    throw OperatorError(e, "cannot connect to " + where + " (vmio -v shows why)");
+    throw OperatorError(e, "cannot connect to " + where + " (vmio -v shows why)", true);
   }
   return {std::move(object), io};
 }
@@ -147,15 +160,79 @@ void PrintTable(const std::vector<std::array<std::string, 5>>& rows, std::ostrea
   }
 }
 
+// One port's value: the value alone for people, {index, name, value} in JSON.
+void PrintPortValue(IODevice& io, int32_t index, const Variant& value, const Output& output) {
+  if (!output.json) {
+    output.out << DisplayValue(value) << '\n';
+    return;
+  }
+  JsonObject line;
+  line.AddNumber("index", index);
+  try {
+    line.AddString("name", io.PortName(index));
+  } catch (const AutomationError&) {  // a device without names still has values
+  }
+  output.out << line.Add("value", JsonValue(value)).Text() << '\n';
+}
+
+// What a port of the type takes, for a message.
+std::string ValueForm(int32_t type) {
+  switch (type) {
+    case vtBool:
+      return "true/false, on/off or 1/0";
+    case vtString:
+      return "text";
+    case vtR8:
+      return "a number";
+    default:
+      return "a whole number (" + TypeName(type) + ")";
+  }
+}
+
 }  // namespace
+
+std::optional<Variant> ValueForPort(std::string_view text, int32_t type) {
+  switch (type) {
+    case vtBool: {
+      std::string word(text);
+      std::ranges::transform(word, word.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+      if (word == "true" || word == "on" || word == "1") return Variant(true);
+      if (word == "false" || word == "off" || word == "0") return Variant(false);
+      return std::nullopt;
+    }
+    case vtString:
+      return Variant(std::string(text));
+    case vtR8:
+      return ParseTypedValue("r8:" + std::string(text));
+    case vtI2:
+      return ParseTypedValue("i2:" + std::string(text));
+    case vtI4:
+      return ParseTypedValue("i4:" + std::string(text));
+    case vtUI1:
+      return ParseTypedValue("u1:" + std::string(text));
+    default:
+      return std::nullopt;
+  }
+}
 
 const ClassInfo& FindClass(std::string_view name) {
   if (const ClassInfo* c = vmio::FindClass(name)) return *c;
   throw UsageError("unknown class '" + std::string(name) + "' (vmio classes lists them)");
 }
 
-int ListPorts(const ClassInfo& cls, const std::string& device, const Output& output) {
-  OpenDevice open = Open(cls, device);
+Target::Target(const ClassInfo& cls, std::string device, std::vector<std::string> commands)
+    : cls(cls), device(std::move(device)), commands(std::move(commands)) {
+  if (!cls.device_string.empty()) return;
+  const std::string what = cls.lists_devices ? "it lists devices (vmio scan " + std::string(cls.short_name) + ")"
+                                             : std::string(cls.description);
+  throw NotADeviceError(std::string(cls.progid) + " is not a device class: " + what +
+                        " (vmio classes shows the device classes)");
+}
+
+int ListPorts(const Target& target, const Output& output) {
+  const ClassInfo& cls = target.cls;
+  const std::string& device = target.device;
+  OpenDevice open = Open(target);
   IODevice& io = *open.device;
   const int32_t count = io.Ports();
   std::vector<std::array<std::string, 5>> rows{{"index", "name", "direction", "type", "value"}};
@@ -197,31 +274,30 @@ int ListPorts(const ClassInfo& cls, const std::string& device, const Output& out
   return failed ? 1 : 0;
 }
 
-int GetPort(const ClassInfo& cls, const std::string& device, int32_t index, const Output& output) {
-  OpenDevice open = Open(cls, device);
+int GetPort(const Target& target, int32_t index, const Output& output) {
+  OpenDevice open = Open(target);
   IODevice& io = *open.device;
   const Variant value = OnPort(io, index, [&] { return io.PortValue(index); });
-  if (output.json) {
-    JsonObject line;
-    line.AddNumber("index", index);
-    try {
-      line.AddString("name", io.PortName(index));
-    } catch (const AutomationError&) {  // a device without names still has values
-    }
-    output.out << line.Add("value", JsonValue(value)).Text() << '\n';
-  } else {
-    output.out << DisplayValue(value) << '\n';
-  }
+  PrintPortValue(io, index, value, output);
   io.Disconnect();
   return 0;
 }
 
-int SetPort(const ClassInfo& cls, const std::string& device, int32_t index, bool state) {
-  OpenDevice open = Open(cls, device);
+int SetPort(const Target& target, int32_t index, const std::string& text, const Output& output) {
+  OpenDevice open = Open(target);
   IODevice& io = *open.device;
-  OnPort(io, index, [&] { io.PortValue(index, Variant(state)); });
+  const int32_t type = OnPort(io, index, [&] { return io.PortType(index); });
+  const auto wanted = ValueForPort(text, type);
+  if (!wanted) {
+    throw UsageError(PortContext(io, index, 0) + " takes " + ValueForm(type) + ", not '" + EscapeText(text) + "'");
+  }
+  OnPort(io, index, [&] { io.PortValue(index, *wanted); });
+  const Variant now = OnPort(io, index, [&] { return io.PortValue(index); });
+  PrintPortValue(io, index, now, output);
   io.Disconnect();
-  return 0;
+  if (FormatTypedValue(now) == FormatTypedValue(*wanted)) return 0;
+  throw std::runtime_error(PortContext(io, index, 0) + " reads " + DisplayValue(now) + " after " +
+                           DisplayValue(*wanted) + " was written");
 }
 
 int ScanDevices(const ClassInfo* cls, const Output& output) {
@@ -257,8 +333,10 @@ int ScanDevices(const ClassInfo* cls, const Output& output) {
   return 0;
 }
 
-int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptions& options, const Output& output) {
-  OpenDevice open = Open(cls, device);
+int WatchPorts(const Target& target, const WatchOptions& options, const Output& output) {
+  const ClassInfo& cls = target.cls;
+  const std::string& device = target.device;
+  OpenDevice open = Open(target);
   IODevice& io = *open.device;
   const int32_t count = io.Ports();
   std::vector<std::string> names;
@@ -268,12 +346,12 @@ int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptio
                << options.interval_ms << " ms" << std::endl;
   }
   // A Ctrl-C between two reads ends the watch before the next one.
-  const auto stopped = [&] { return options.stop != kNoWaitHandle && WaitForHandle(options.stop, 0); };
+  const auto stopped = [&] { return options.stop != kNoWaitHandle && WaitRunningEvents(options.stop, 0); };
 
   std::vector<std::string> last(names.size());
   // A failed read is shown like a value, and watching goes on.
   for (int32_t poll = 0; (!options.count || poll < *options.count) && !stopped(); ++poll) {
-    if (poll > 0 && PumpingWait(options.stop, WaitClock::now() + std::chrono::milliseconds(options.interval_ms))) break;
+    if (poll > 0 && WaitRunningEvents(options.stop, options.interval_ms)) break;
     for (int32_t i = 0; i < count && !stopped(); ++i) {
       std::string value;
       JsonObject json;

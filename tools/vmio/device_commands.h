@@ -5,8 +5,9 @@
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
-#include "core/pumping_wait.h"
+#include "vmio/events.h"
 #include "vmio/objects.h"
 
 namespace vmio::cli {
@@ -19,14 +20,35 @@ struct UsageError : std::runtime_error {
 // A library error with what the operator was doing: which port (index and name) or the valid
 // index range. The number and description stay the library's own.
 struct OperatorError : AutomationError {
-  OperatorError(const AutomationError& error, std::string what_failed)
-      : AutomationError(error), context(std::move(what_failed)) {}
+  OperatorError(const AutomationError& error, std::string what_failed, bool while_connecting = false)
+      : AutomationError(error), context(std::move(what_failed)), connecting(while_connecting) {}
   std::string context;
+  bool connecting;  // raised by Connect
+};
+
+// A device command given a class that is not a device one connects to (an enumerator, the
+// bare interface).
+struct NotADeviceError : std::runtime_error {
+  using std::runtime_error::runtime_error;
 };
 
 // The class named by its programmatic name ("VMIO.Axis") or short name ("axis"), in any case;
 // UsageError when there is none.
 const ClassInfo& FindClass(std::string_view name);
+
+// The device a command opens: its class (NotADeviceError when it is not a device class), the
+// DEVICE string, and the commands to add before connecting (RS232's ports; UsageError when
+// given for a class without AddCommand).
+struct Target {
+  Target(const ClassInfo& cls, std::string device, std::vector<std::string> commands = {});
+  const ClassInfo& cls;
+  std::string device;
+  std::vector<std::string> commands;
+};
+
+// text as a value for a port of the type (a Variant type code): true/false, on/off, 1/0 for a
+// Boolean, any text for a string, a number in range for a numeric type; nothing otherwise.
+std::optional<Variant> ValueForPort(std::string_view text, int32_t type);
 
 // Where a command sends its results: a table or lines for people, or JSON (one object per
 // line) for scripts.
@@ -37,9 +59,11 @@ struct Output {
 
 // Each connects, does its work, disconnects and returns the exit code. Errors the library
 // raises are thrown on as OperatorError.
-int ListPorts(const ClassInfo& cls, const std::string& device, const Output& output);
-int GetPort(const ClassInfo& cls, const std::string& device, int32_t index, const Output& output);
-int SetPort(const ClassInfo& cls, const std::string& device, int32_t index, bool state);
+int ListPorts(const Target& target, const Output& output);
+int GetPort(const Target& target, int32_t index, const Output& output);
+// Writes text to port index as the port's type takes it (a Boolean word, a number, text),
+// reads the port back and prints what it reads; exits 1 when that is not what was written.
+int SetPort(const Target& target, int32_t index, const std::string& text, const Output& output);
 
 // Lists what the enumerating classes find (cls, or every one when null): per class a heading,
 // then the ID and name of each device; with JSON, one array of {class, id, name}.
@@ -50,6 +74,6 @@ struct WatchOptions {
   std::optional<int32_t> count;     // polls; until stop when absent
   WaitHandle stop = kNoWaitHandle;  // ends the watch once ready to read (a Ctrl-C pipe)
 };
-int WatchPorts(const ClassInfo& cls, const std::string& device, const WatchOptions& options, const Output& output);
+int WatchPorts(const Target& target, const WatchOptions& options, const Output& output);
 
 }  // namespace vmio::cli

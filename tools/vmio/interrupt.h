@@ -1,6 +1,6 @@
 #pragma once
 // Ctrl-C as something a wait can wait for.
-#include "core/pumping_wait.h"
+#include "vmio/events.h"
 
 namespace vmio::cli {
 

@@ -15,7 +15,6 @@
 //   thrown answers error 5 with its standard text. The shell keeps reading either way.
 #include "shell.h"
 
-#include <chrono>
 #include <istream>
 #include <memory>
 #include <ostream>
@@ -24,11 +23,11 @@
 #include <utility>
 #include <vector>
 
-#include "core/pumping_wait.h"
 #include "shell_objects.h"
 #include "shell_syntax.h"
 #include "value_text.h"
 #include "vmio/error.h"
+#include "vmio/events.h"
 #include "vmio/objects.h"
 
 namespace vmio::cli {
@@ -87,7 +86,7 @@ class Shell {
       const int32_t ms = args.Int32();
       args.End();
       if (ms < 0) InvalidArgument();
-      PumpingWait(kNoWaitHandle, WaitClock::now() + std::chrono::milliseconds(ms));
+      WaitRunningEvents(kNoWaitHandle, ms);
       return "ok";
     }
     InvalidArgument();

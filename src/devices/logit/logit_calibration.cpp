@@ -155,7 +155,17 @@ void CleanFields(std::vector<std::string>& fields) {
   }
 }
 
-void LoadSensorTable() { LoadSensorTable(ModuleFolder() + "/" + kFileName); }
+// Beside the library (a build tree, a program linked with it), else in the data folder of the
+// prefix the library is installed in, found from the library (a prefix moved as a whole) or as
+// configured (a program linked with the static library).
+void LoadSensorTable() {
+  const std::string folder = ModuleFolder();
+  const std::string candidates[] = {folder + "/" + kFileName, folder + "/" + VMIO_DATA_FROM_LIBRARY + "/" + kFileName};
+  for (const std::string& path : candidates) {
+    if (std::ifstream(path)) return LoadSensorTable(path);
+  }
+  LoadSensorTable(std::string(VMIO_DATA_DIR) + "/" + kFileName);
+}
 
 void LoadSensorTable(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

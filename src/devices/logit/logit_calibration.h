@@ -30,10 +30,11 @@ namespace vmio {
 using SensorRecord = std::vector<std::string>;      // the cleaned fields of a %%SENSOR line
 using CalibrationTable = std::vector<std::string>;  // name, then value and raw text per point
 
-// Rebuilds this thread's sensors and tables from the file beside the library. Errors of the
+// Rebuilds this thread's sensors and tables from the file beside the library, or from the
+// installed data folder (share/vmio) when there is none beside it. Errors of the
 // file (457, 9, 13) are raised; the collections then hold what was read before the fault.
 void LoadSensorTable();
-// The same from a given file (LoadSensorTable passes the file beside the library).
+// The same from a given file.
 void LoadSensorTable(const std::string& path);
 // The loader's work on the file's bytes (code page 1252); no bytes is an empty file.
 void LoadSensorTableBytes(std::span<const uint8_t> bytes);
