@@ -1,5 +1,6 @@
 #include "http/device_request.h"
 
+#include "core/call_guard.h"
 #include "core/errors.h"
 #include "core/string_encoding.h"
 #include "core/text_match.h"
@@ -25,6 +26,8 @@ std::string HttpDevice::Get(std::string_view Path) {
 std::optional<std::string> HttpDevice::TryGet(std::string_view Path) {
   try {
     return Get(Path);
+  } catch (const ReentrantCall&) {
+    throw;                           // not the device's failure: the host called back into a request under way
   } catch (const std::exception&) {  // every error, not only the client's
     return std::nullopt;
   }

@@ -7,6 +7,7 @@
 #include <limits>
 #include <span>
 
+#include "core/call_guard.h"
 #include "core/errors.h"
 #include "core/string_encoding.h"
 #include "core/trace.h"
@@ -34,17 +35,6 @@ const std::string& Ansi(const std::string& text, std::string& storage) {
 }
 
 int32_t Clamp32(int64_t n) { return static_cast<int32_t>(std::min<int64_t>(n, std::numeric_limits<int32_t>::max())); }
-
-class ActiveRequest {
- public:
-  explicit ActiveRequest(int16_t& count) : count_(count) { ++count_; }
-  ~ActiveRequest() { --count_; }
-  ActiveRequest(const ActiveRequest&) = delete;
-  ActiveRequest& operator=(const ActiveRequest&) = delete;
-
- private:
-  int16_t& count_;
-};
 
 }  // namespace
 
@@ -173,6 +163,9 @@ void HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders,
   std::string post_storage;
   Exchange exchange(sink, Progress);
   Trace("http: ", PostData.empty() ? "GET " : "POST ", MaskPassword(URL));
+  // The platform reads the URL as a C string: a NUL would silently send the request somewhere
+  // else than the device string says, so such a string names no server at all.
+  if (URL.find('\0') != std::string::npos) Raise(kHttpConnectFailed, "Failed to connect to the HTTP server.");
   const HttpResult result = session_->Perform(Ansi(URL, url_storage), Ansi(SendHeaders, headers_storage),
                                               Ansi(PostData, post_storage), exchange);
   if (result.outcome != HttpOutcome::Complete) Trace("http: ", session_->LastResponse());
@@ -199,7 +192,7 @@ void HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders,
 
 std::vector<uint8_t> HTTPClient::GetResource(const std::string& URL, const std::string& SendHeaders,
                                              const std::string& PostData) {
-  ActiveRequest active(active_requests_);
+  const CallGuard active(working_);
   MemorySink sink;
   Perform(URL, SendHeaders, PostData, sink);
   return std::move(sink.body);
@@ -207,7 +200,7 @@ std::vector<uint8_t> HTTPClient::GetResource(const std::string& URL, const std::
 
 void HTTPClient::DownloadResource(const std::string& URL, const std::string& FileName, const std::string& SendHeaders,
                                   const std::string& PostData) {
-  ActiveRequest active(active_requests_);
+  const CallGuard active(working_);
   FileSink sink(FileName);
   Perform(URL, SendHeaders, PostData, sink);
 }
@@ -221,6 +214,7 @@ std::string HTTPClient::GetHeader(const std::string& HeaderName) const {
 const std::string& HTTPClient::UserAgent() const { return user_agent_; }
 
 void HTTPClient::UserAgent(const std::string& NewUserAgent) {
+  if (working_) throw ReentrantCall();  // the session is mid-request
   user_agent_ = NewUserAgent;
   session_.reset();
   session_ = OpenSession(user_agent_);
@@ -230,7 +224,7 @@ void HTTPClient::Timeout(int32_t NewTimeout) {
   if (session_) session_->SetReceiveTimeout(static_cast<uint32_t>(NewTimeout));
 }
 
-bool HTTPClient::Working() const { return active_requests_ >= 1; }
+bool HTTPClient::Working() const { return working_; }
 
 std::string HTTPClient::LastResponse() const {
   std::string buffer(kLastResponseChars, '\0');

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/call_guard.h"
 #include "core/errors.h"
 #include "net/lists.h"
 
@@ -40,9 +41,10 @@ ModbusT::~ModbusT() {
 }
 
 bool ModbusT::Connect(const std::string& HostName, uint16_t Port) {
+  const CallGuard exchange(busy_);
   DebugLog("Attempting to connect");
   DebugLog("Resolving address: ", HostName);
-  if (HostName.empty()) {
+  if (HostName.empty() || HostName.find('\0') != std::string::npos) {  // a NUL would cut the name
     DebugLog("Invalid hostname");
     Raise(kConnectError, "Invalid hostname");
   }
@@ -92,6 +94,7 @@ std::vector<uint8_t> ModbusT::BuildRequest(int32_t FunctionCode, std::span<const
 }
 
 std::vector<uint8_t> ModbusT::SendRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
+  const CallGuard exchange(busy_);
   DebugLog("Sending command ", FunctionCode);
   const std::vector<uint8_t> frame = BuildRequest(FunctionCode, Arguments);
   DiscardPending();

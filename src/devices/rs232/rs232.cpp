@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "core/call_guard.h"
 #include "core/errors.h"
 #include "core/numeric.h"
 #include "core/pumping_wait.h"
@@ -68,11 +69,11 @@ void RS232::Connect(const std::string& Device) {
   // The new line replaces (and so closes) the old one, and stays even when it fails to open.
   line_ = CreateSerialLine();
   line_->SetInputLen(1);
-  bool chosen = true;
+  bool chosen = Device.find('\0') == std::string::npos;  // a NUL would cut the name: refused
   if (by_path) {
     line_->SetCommPath(Device);
   } else {
-    chosen = line_->SetCommPort(port);
+    chosen = chosen && line_->SetCommPort(port);
   }
   if (!chosen || !line_->SetPortOpen(true)) {
     RaiseConnectionFailed("Error opening COM port " + (by_path ? Device : std::to_string(port)));
@@ -103,6 +104,7 @@ std::string RS232::PortName(int32_t Index) {
 }
 
 Variant RS232::PortValue(int32_t Index) {
+  const CallGuard reading(reading_);  // timers run in the reply wait; one may read this device
   CheckIndex(Index);
   // A copy: events run during the reply wait may add commands.
   const std::string command = commands_[static_cast<size_t>(Index)];
