@@ -1,4 +1,6 @@
 // vmio-sim adam: a simulated ADAM-6000 Ethernet I/O module (Modbus/TCP and its UDP model query).
+#include <sys/resource.h>
+
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -87,6 +89,11 @@ int Run(const std::vector<std::string>& args) {
                            "Prints \"device: DEVICE\" and serves until interrupted. Lines on standard input:\n" +
                            std::string(kPointControlHelp) + kControlHelp;
   if (const std::optional<int> exit_code = ReadOptions("adam", help, kUsage, args, read_option)) return *exit_code;
+  // Each client takes a descriptor: let them go past the usual soft limit of 1024.
+  if (rlimit limit{}; getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
   std::shared_ptr<AdamSim> sim;
   const auto start = [&] {
     try {

@@ -10,9 +10,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <deque>
 #include <mutex>
+#include <span>
 #include <stdexcept>
 #include <string_view>
 #include <thread>
@@ -75,12 +77,17 @@ struct AdamSim::State {
   std::string bound_host;
   int modbus_port = 0;
   int udp_port = 0;
-  std::vector<int> clients;
+  struct Client {
+    int fd = -1;
+    std::vector<uint8_t> input;  // the start of a request not yet whole
+  };
+  std::vector<Client> clients;
   std::thread thread;
 
   void Bind(const std::string& host);
   void Serve();
-  bool Answer(int fd);
+  bool Receive(Client& client);
+  void Answer(int fd, std::span<const uint8_t> request);
   void AnswerQuery();
   void Close();
 };
@@ -164,7 +171,7 @@ void AdamSim::Stop() {
 }
 
 void AdamSim::State::Close() {
-  for (int fd : clients) close(fd);
+  for (const Client& c : clients) close(c.fd);
   clients.clear();
   for (int* fd : {&listen_fd, &udp_fd, &wake[0], &wake[1]}) {
     if (*fd >= 0) close(*fd);
@@ -179,9 +186,12 @@ void AdamSim::State::Close() {
 
 void AdamSim::State::Serve() {
   std::vector<pollfd> fds;
+  // Out of descriptors, new clients wait in the listen queue (poll skips a negative descriptor)
+  // until one leaves, instead of the listener waking the loop again and again.
+  bool accepting = true;
   for (;;) {
-    fds.assign({{wake[0], POLLIN, 0}, {listen_fd, POLLIN, 0}, {udp_fd, POLLIN, 0}});
-    for (int fd : clients) fds.push_back({fd, POLLIN, 0});
+    fds.assign({{wake[0], POLLIN, 0}, {accepting ? listen_fd : -1, POLLIN, 0}, {udp_fd, POLLIN, 0}});
+    for (const Client& c : clients) fds.push_back({c.fd, POLLIN, 0});
     if (poll(fds.data(), fds.size(), -1) < 0) {
       if (errno == EINTR) continue;
       return;
@@ -190,28 +200,53 @@ void AdamSim::State::Serve() {
     if (fds[1].revents & POLLIN) {
       const int fd = modbus_tcp_accept(ctx, &listen_fd);
       if (fd >= 0) {
-        clients.push_back(fd);
+        clients.push_back({fd, {}});
         std::lock_guard lock(mutex);
         ++connections;
+      } else if (errno == EMFILE || errno == ENFILE) {
+        accepting = false;
       }
     }
     if (fds[2].revents & POLLIN) AnswerQuery();
+    // Accepting only appends: the clients polled keep their places until the loop is done.
     for (size_t i = 3; i < fds.size(); ++i) {
-      if (fds[i].revents && !Answer(fds[i].fd)) {
-        close(fds[i].fd);
-        std::erase(clients, fds[i].fd);
+      Client& client = clients[i - 3];
+      if (fds[i].revents && !Receive(client)) {
+        close(client.fd);
+        client.fd = -1;
       }
     }
+    if (std::erase_if(clients, [](const Client& c) { return c.fd < 0; }) > 0) accepting = true;
   }
 }
 
-// One Modbus request from a client; false once the client is gone.
-bool AdamSim::State::Answer(int fd) {
+// Takes what a client sent and answers each whole request; false once the client is gone or
+// sent what no request can be. Requests are cut here by the length in their header, not by
+// modbus_receive: that waits with select, which aborts on a descriptor past FD_SETSIZE.
+bool AdamSim::State::Receive(Client& client) {
+  uint8_t chunk[1024];
+  const ssize_t n = recv(client.fd, chunk, sizeof chunk, MSG_DONTWAIT);
+  if (n == 0) return false;
+  if (n < 0) return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
+  client.input.insert(client.input.end(), chunk, chunk + n);
+  constexpr size_t kHeader = 7;  // transaction, protocol, length, unit
+  while (client.input.size() >= kHeader) {
+    const size_t size = 6 + (size_t{client.input[4]} << 8 | client.input[5]);
+    if (size < kHeader + 1 || size > MODBUS_TCP_MAX_ADU_LENGTH) return false;
+    if (client.input.size() < size) break;
+    Answer(client.fd, {client.input.data(), size});
+    client.input.erase(client.input.begin(), client.input.begin() + static_cast<std::ptrdiff_t>(size));
+  }
+  return true;
+}
+
+// One whole request, answered through libmodbus's reply side.
+void AdamSim::State::Answer(int fd, std::span<const uint8_t> request) {
   modbus_set_socket(ctx, fd);
-  uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH];
-  const int length = modbus_receive(ctx, query);
-  if (length < 0) return false;
-  if (length == 0) return true;  // not for this unit
+  // Zero-padded to the largest request, since modbus_reply reads the fields its function has.
+  uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH] = {};
+  std::ranges::copy(request, query);
+  const int length = static_cast<int>(request.size());
   const int header = modbus_get_header_length(ctx);
   const int function = query[header];
   const int address = query[header + 1] << 8 | query[header + 2];
@@ -235,7 +270,6 @@ bool AdamSim::State::Answer(int fd) {
     }
     modbus_reply(ctx, query, length, coils);
   }
-  return true;
 }
 
 void AdamSim::State::AnswerQuery() {

@@ -15,19 +15,34 @@ Split2DRow SplitRow(std::string_view row, std::string_view sep) {
 
 }  // namespace
 
+Split2DTable::Iterator::Iterator(const Split2DTable* table, size_t start) : table_(table), start_(start) {
+  end_ = table_->row_sep_.empty() ? std::string_view::npos : table_->text_.find(table_->row_sep_, start_);
+}
+
+Split2DRow Split2DTable::Iterator::operator*() const {
+  const std::string_view row =
+      table_->text_.substr(start_, end_ == std::string_view::npos ? std::string_view::npos : end_ - start_);
+  return table_->col_sep_.empty() ? Split2DRow{row, {}} : SplitRow(row, table_->col_sep_);
+}
+
+Split2DTable::Iterator& Split2DTable::Iterator::operator++() {
+  if (end_ == std::string_view::npos) {
+    *this = Iterator();
+  } else {
+    *this = Iterator(table_, end_ + table_->row_sep_.size());
+  }
+  return *this;
+}
+
+size_t Split2DTable::size() const {
+  size_t rows = 0;
+  for (Iterator row = begin(); row != end(); ++row) ++rows;
+  return rows;
+}
+
 Split2DTable Split2D(std::string_view text, std::string_view colSep, std::string_view rowSep) {
   if (text.empty()) Raise(kSubscriptOutOfRange);
-  Split2DTable table;
-  size_t start = 0;
-  while (true) {
-    const size_t end = rowSep.empty() ? std::string_view::npos : text.find(rowSep, start);
-    const std::string_view row =
-        text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start);
-    table.push_back(colSep.empty() ? Split2DRow{row, {}} : SplitRow(row, colSep));
-    if (end == std::string_view::npos) break;
-    start = end + rowSep.size();
-  }
-  return table;
+  return {text, colSep, rowSep};
 }
 
 }  // namespace vmio

@@ -4,14 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
+
+#include "core/tick_source.h"
 
 namespace vmio::engine {
 
-int64_t NowMs() {
-  using namespace std::chrono;
-  return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
-}
+int64_t NowMs() { return ClockMilliseconds(); }
 
 void Loop::Watch(int fd, int interest, Handler handler) {
   watches_[fd] = WatchEntry{interest, std::make_shared<Handler>(std::move(handler))};

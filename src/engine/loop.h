@@ -20,7 +20,7 @@ namespace vmio::engine {
 
 enum Interest : int { kReadable = 1, kWritable = 2 };
 
-// Milliseconds on the monotonic clock, for deadlines.
+// Milliseconds on the library's clock (core/tick_source.h), for deadlines.
 int64_t NowMs();
 
 class Loop {

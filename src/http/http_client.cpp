@@ -7,6 +7,7 @@
 #include <limits>
 #include <span>
 
+#include "core/call_guard.h"
 #include "core/errors.h"
 #include "core/string_encoding.h"
 #include "core/trace.h"
@@ -48,17 +49,6 @@ int32_t Clamp32(int64_t n) { return static_cast<int32_t>(std::min<int64_t>(n, st
 HttpResponse Failure(int32_t number, std::string text) {
   return ExchangeFailure<HttpResponse>(number, std::move(text));
 }
-
-class ActiveRequest {
- public:
-  explicit ActiveRequest(int16_t& count) : count_(count) { ++count_; }
-  ~ActiveRequest() { --count_; }
-  ActiveRequest(const ActiveRequest&) = delete;
-  ActiveRequest& operator=(const ActiveRequest&) = delete;
-
- private:
-  int16_t& count_;
-};
 
 }  // namespace
 
@@ -193,6 +183,9 @@ HttpResponse HTTPClient::Perform(const std::string& URL, const std::string& Send
   Exchange exchange(sink, Progress);
   Trace("http: ", PostData.empty() ? "GET " : "POST ", UrlForTrace(URL, access_));
   if (access_.insecure) Trace("http: INSECURE: the certificate is not checked, any server can pose as this device");
+  // The platform reads the URL as a C string: a NUL would silently send the request somewhere
+  // else than the device string says, so such a string names no server at all.
+  if (URL.find('\0') != std::string::npos) return Failure(kHttpConnectFailed, "Failed to connect to the HTTP server.");
   const HttpResult result = session_->Perform(Ansi(URL, url_storage), Ansi(SendHeaders, headers_storage),
                                               Ansi(PostData, post_storage), AnsiAccess(access_), exchange);
   if (result.outcome != HttpOutcome::Complete) Trace("http: ", session_->LastResponse());
@@ -225,7 +218,7 @@ HttpResponse HTTPClient::Perform(const std::string& URL, const std::string& Send
 }
 
 HttpResponse HTTPClient::Fetch(const std::string& URL) {
-  ActiveRequest active(active_requests_);
+  const CallGuard active(working_);
   MemorySink sink;
   HttpResponse response = Perform(URL, {}, {}, sink);
   if (response.Ok()) response.body = std::move(sink.body);
@@ -234,7 +227,7 @@ HttpResponse HTTPClient::Fetch(const std::string& URL) {
 
 std::vector<uint8_t> HTTPClient::GetResource(const std::string& URL, const std::string& SendHeaders,
                                              const std::string& PostData) {
-  ActiveRequest active(active_requests_);
+  const CallGuard active(working_);
   MemorySink sink;
   Perform(URL, SendHeaders, PostData, sink).RaiseIfFailed();
   return std::move(sink.body);
@@ -242,7 +235,7 @@ std::vector<uint8_t> HTTPClient::GetResource(const std::string& URL, const std::
 
 void HTTPClient::DownloadResource(const std::string& URL, const std::string& FileName, const std::string& SendHeaders,
                                   const std::string& PostData) {
-  ActiveRequest active(active_requests_);
+  const CallGuard active(working_);
   FileSink sink(FileName);
   Perform(URL, SendHeaders, PostData, sink).RaiseIfFailed();
 }
@@ -256,6 +249,7 @@ std::string HTTPClient::GetHeader(const std::string& HeaderName) const {
 const std::string& HTTPClient::UserAgent() const { return user_agent_; }
 
 void HTTPClient::UserAgent(const std::string& NewUserAgent) {
+  if (working_) throw ReentrantCall();  // the session is mid-request
   user_agent_ = NewUserAgent;
   session_.reset();
   session_ = OpenSession(user_agent_);
@@ -265,7 +259,7 @@ void HTTPClient::Timeout(int32_t NewTimeout) {
   if (session_) session_->SetReceiveTimeout(static_cast<uint32_t>(NewTimeout));
 }
 
-bool HTTPClient::Working() const { return active_requests_ >= 1; }
+bool HTTPClient::Working() const { return working_; }
 
 std::string HTTPClient::LastResponse() const {
   std::string buffer(kLastResponseChars, '\0');

@@ -13,7 +13,8 @@
 // 13102 "Failed to initialise the HTTP request" / "Windows is in offline mode.",
 // 13104 "Failed to connect to the HTTP server.", 13106 "InternetQueryDataAvailable returned
 // failure" / "GetLastError returned N" / "Disconnected while recieving data" / "Download file
-// truncated", 13107 "Download cancelled".
+// truncated", 13107 "Download cancelled". A request made while one is in progress (from a
+// handler the first one runs) raises 5 "Invalid procedure call or argument".
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -95,7 +96,7 @@ class HTTPClient {
   std::string user_agent_;
   std::string last_headers_;
   HttpAccess access_;
-  int16_t active_requests_ = 0;
+  bool working_ = false;  // a request is in progress: another one from inside it raises 5
 };
 
 }  // namespace vmio

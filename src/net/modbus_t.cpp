@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/call_guard.h"
 #include "core/errors.h"
 #include "net/lists.h"
 
@@ -55,9 +56,10 @@ bool ModbusT::Connect(const std::string& HostName, uint16_t Port) {
 }
 
 ModbusResult ModbusT::Open(const std::string& HostName, uint16_t Port) {
+  const CallGuard exchange(busy_);
   DebugLog("Attempting to connect");
   DebugLog("Resolving address: ", HostName);
-  if (HostName.empty()) {
+  if (HostName.empty() || HostName.find('\0') != std::string::npos) {  // a NUL would cut the name
     DebugLog("Invalid hostname");
     return Failure(kConnectError, "Invalid hostname");
   }
@@ -107,6 +109,7 @@ std::vector<uint8_t> ModbusT::BuildRequest(int32_t FunctionCode, std::span<const
 }
 
 ModbusResult ModbusT::Request(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
+  const CallGuard exchange(busy_);
   DebugLog("Sending command ", FunctionCode);
   const std::vector<uint8_t> frame = BuildRequest(FunctionCode, Arguments);
   DiscardPending();

@@ -101,6 +101,7 @@ class ModbusT {
 
   SocketHandle Socket = kNoSocket;
   bool connected_ = false;
+  bool busy_ = false;  // an exchange is under way: another one from inside it raises 5
   int16_t TransactionID = 0;
   std::array<uint8_t, 2048> reply_{};
 };

@@ -71,13 +71,18 @@ class ScriptedPeer {
   std::thread thread_;
 };
 
-TEST(Ax200Bridge, EventsBeforeAReplyAreDeliveredAndFieldsCannotBreakLines) {
-  ScriptedPeer peer({"EVENT\tdoorStatus\tDeadlock\r\nEVENT\tnewThing\r\nPRESENT\t1\r\n",
+TEST(Ax200Bridge, EventsBeforeAReplyAreHandledAndFieldsCannotBreakLines) {
+  ScriptedPeer peer({"EVENT\tdoorStatus\tDeadlock\r\nEVENT\tnewThing\r\nPRESENT\t1\r\n", "EVENT\tdoorStatus\tNormal\n",
                      "DOORS\t1\t2\nDOOR\t5\tHall\nEVENT\tDisconnected\nDOOR\t-7\tYard\n"});
   Recorder events;
   const auto bridge = CreateAccessBridge(events);
   EXPECT_TRUE(bridge->Attach("a\tb\r\nc"));
-  EXPECT_EQ(bridge->Status(), "Deadlock");
+  // A status answer with no request outstanding answers nothing: it is dropped.
+  EXPECT_EQ(bridge->Status(), "");
+  EXPECT_TRUE(events.events.empty());
+  bridge->RequestStatus("5");
+  bridge->WaitForEvents(WaitClock::now() + 2s);
+  EXPECT_EQ(bridge->Status(), "Normal");
   const AccessDoorList list = bridge->Doors("Y", "");
   ASSERT_TRUE(list.valid);
   ASSERT_EQ(list.doors.size(), 2u);
@@ -85,7 +90,7 @@ TEST(Ax200Bridge, EventsBeforeAReplyAreDeliveredAndFieldsCannotBreakLines) {
   EXPECT_EQ(list.doors[1].name, "Yard");
   EXPECT_EQ(bridge->Status(), "");
   EXPECT_EQ(events.events, (std::vector<std::string>{"doorStatus", "Disconnected"}));
-  EXPECT_EQ(peer.Requests(), (std::vector<std::string>{"HELLO\ta b  c", "DOORS\tY\t"}));
+  EXPECT_EQ(peer.Requests(), (std::vector<std::string>{"HELLO\ta b  c", "STATUS\t5", "DOORS\tY\t"}));
 }
 
 TEST(Ax200Bridge, NonsenseWhereAReplyIsAwaitedCountsAsDisconnected) {

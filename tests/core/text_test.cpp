@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "core/common.h"
 #include "core/numeric.h"
 #include "core/split2d.h"
@@ -11,7 +13,9 @@ namespace {
 
 TEST(Split2D, CutsRowsAndKeepsOnlyTheFirstTwoColumns) {
   const std::string text = "a=1\nb=2=3\nplain\n\nk=v\r";
-  const Split2DTable t = Split2D(text, "=", "\n");
+  const Split2DTable table = Split2D(text, "=", "\n");
+  ASSERT_EQ(table.size(), 5u);
+  const std::vector<Split2DRow> t(table.begin(), table.end());
   ASSERT_EQ(t.size(), 5u);
   EXPECT_EQ(t[0].key, "a");
   EXPECT_EQ(t[0].value, "1");

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "ax200_sim.h"
+#include "core/pumping_wait.h"
 #include "devices/axxessid/axxessid_door.h"
 #include "net/local_addresses.h"
 #include "support/ax200_site.h"
@@ -55,6 +56,12 @@ TEST(AxxessIDDoor, SoftwareAbsentFailsConnectAfterHandingOverTheAddress) {
   ASSERT_EQ(requests.size(), 2u);
   EXPECT_TRUE(requests[1].starts_with("ADDRESS\t"));
   EXPECT_EQ(Raised([&] { door.Ports(); }), "45003 Not connected");
+
+  // A NUL would cut the device string on its way: such a string finds no software.
+  site.sim.SetPresent(true);
+  EXPECT_EQ(Raised([&] { door.Connect(std::string("site\0x", 6)); }), "45001 The AX200 software is not found");
+  EXPECT_EQ(site.sim.LastDevice(), "site") << "the first Connect's, not one cut at the NUL";
+  site.sim.SetPresent(false);
 
   // Nothing listening, or a service that never answers, is absent too.
   setenv("VMIO_AX200", "unix:/nonexistent/ax200.sock", 1);
@@ -142,6 +149,40 @@ TEST(AxxessIDDoor, AReadWaitsJustOverTwoSecondsForTheStatus) {
   const auto waited = clock.Timed([&] { EXPECT_EQ(Raised([&] { door.PortValue(0); }), kTimedOut); });
   EXPECT_GE(waited, 2000ms);
   EXPECT_LT(waited, 2300ms);
+}
+
+TEST(AxxessIDDoor, AnAnswerThatCameTooLateIsNeverTakenForALaterRead) {
+  Ax200Site site;
+  AxxessIDDoor door;
+  door.Connect("site");
+  site.sim.SetStatusAnswer(sim::StatusAnswer::kLate, 2500);
+  EXPECT_EQ(Raised([&] { door.PortValue(1); }), kTimedOut);
+  // Door 2's answer ("HighSecurity") comes while this read of door 1 waits.
+  EXPECT_EQ(Raised([&] { door.PortValue(0); }), kTimedOut);
+  // Door 1's answer ("Normal") arrives between reads, before the next request is made.
+  PumpingWait(kNoWaitHandle, WaitClock::now() + 800ms);
+  site.sim.SetStatusAnswer(sim::StatusAnswer::kNow);
+  EXPECT_EQ(Read(door, 1), "Secure");
+  EXPECT_EQ(Read(door, 0), "Normal");
+  EXPECT_EQ(Read(door, 1), "Secure");
+}
+
+TEST(AxxessIDDoor, ATimerThatReadsTheDoorDuringTheStatusWaitIsRefused) {
+  Ax200Site site;
+  AxxessIDDoor door;
+  door.Connect("site");
+  site.sim.SetStatusAnswer(sim::StatusAnswer::kLate, 300);
+  const auto tick = std::make_shared<test::CountingTarget>();
+  std::string inner = "not called";
+  tick->also = [&] {
+    if (tick->calls == 1) inner = Raised([&] { door.PortValue(1); });
+  };
+  const int32_t timer = StartCallbackTimer(tick, 50);
+  EXPECT_EQ(Read(door, 0), "Normal");
+  StopCallbackTimer(timer);
+  EXPECT_EQ(inner, "5 Invalid procedure call or argument");
+  site.sim.SetStatusAnswer(sim::StatusAnswer::kNow);
+  EXPECT_EQ(Read(door, 1), "Secure");
 }
 
 TEST(AxxessIDDoor, DisconnectedEndsTheWaitAtOnce) {

@@ -102,6 +102,7 @@ TEST_F(LogITTest, ConnectWakesTheLoggerSettlesAndReadsItsModelAndSensors) {
 TEST_F(LogITTest, OnlyTheBlackBoxFamilyConnectsAndEveryRefusalHasItsText) {
   LogIT logit;
   EXPECT_EQ(Raised([&] { logit.Connect(sim.Root() + "/dev/hidraw77"); }), "45001 Connection failed");
+  EXPECT_EQ(Raised([&] { logit.Connect(path + std::string("\0x", 2)); }), "45001 Connection failed") << "cut at NUL";
   EXPECT_EQ(Raised([&] { logit.Ports(); }), "45003 Not connected");
   for (const auto& [model, text] : std::vector<std::pair<uint8_t, std::string>>{
            {56, "45001 Unsupported model number 38"}, {2, "45001 Unsupported model number 2"}}) {

@@ -89,6 +89,10 @@ TEST_F(RS232Test, ConnectFailuresNameThePort) {
   EXPECT_EQ(Raised([&] { rs232.Connect("/dev/no-such-tty"); }), "45001 Error opening COM port /dev/no-such-tty");
   EXPECT_EQ(Raised([&] { rs232.Connect("/dev/null"); }), "45001 Error opening COM port /dev/null") << "not a terminal";
   EXPECT_EQ(Raised([&] { rs232.Connect("70000"); }), "6 Overflow");
+  // Cut at the NUL, these would open the instrument's line (or COM1).
+  const std::string cut_path = instrument.Path() + std::string("\0x", 2);
+  EXPECT_EQ(Raised([&] { rs232.Connect(cut_path); }), "45001 Error opening COM port " + cut_path);
+  EXPECT_EQ(Raised([&] { rs232.Connect(std::string("1\0", 2)); }), "45001 Error opening COM port 1");
   // The failed Connect leaves an unopened port behind; reading it is the port's own error.
   EXPECT_EQ(Raised([&] { rs232.Connect("/dev/no-such-tty"); }), "45001 Error opening COM port /dev/no-such-tty");
   EXPECT_EQ(Raised([&] { rs232.PortValue(0); }), "8018 Operation valid only when the port is open");
@@ -162,6 +166,25 @@ TEST_F(RS232Test, WaitsForAReplyThatComesSlowlyAndLetsEventsRun) {
   EXPECT_GE(tick->calls, 8) << "the timer ran inside the wait";
   EXPECT_LT(cpu_us, std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count() / 3)
       << "the wait sleeps rather than spins";
+}
+
+TEST_F(RS232Test, ATimerThatReadsTheDeviceDuringItsReplyWaitIsRefused) {
+  instrument.SetReply("T?", {.text = "21.4\r\n", .delay_ms = 150});
+  instrument.SetReply("H?", {.text = "40\r\n"});
+  rs232.AddCommand("T?\r");
+  rs232.AddCommand("H?\r");
+  rs232.Connect(instrument.Path());
+  auto tick = std::make_shared<test::CountingTarget>();
+  std::string inner = "not called";
+  tick->also = [&] {
+    if (tick->calls == 1) inner = Raised([&] { rs232.PortValue(1); });
+  };
+  const int32_t timer = StartCallbackTimer(tick, 20);
+  EXPECT_EQ(Text(rs232.PortValue(0)), "21.4");
+  StopCallbackTimer(timer);
+  EXPECT_EQ(inner, "5 Invalid procedure call or argument");
+  EXPECT_EQ(instrument.Received(), "T?\r") << "the refused read sent nothing";
+  EXPECT_EQ(Text(rs232.PortValue(1)), "40") << "and the device is usable again";
 }
 
 TEST_F(RS232Test, ListeningPortsKeepTheLastCompleteLine) {

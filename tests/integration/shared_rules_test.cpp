@@ -30,6 +30,7 @@
 #include "support/test_clock.h"
 #include "vivotek_sim.h"
 #include "vmio/objects.h"
+#include "vmio/trace.h"
 
 namespace vmio {
 namespace {
@@ -224,6 +225,47 @@ TEST_P(SharedRules, AFailedConnectLeavesTheObjectUnconnected) {
       EXPECT_EQ(Raised([&] { driver->Ports(); }), "45003 Not connected") << "after " << raised;
     }
   }
+}
+
+TEST_P(SharedRules, ADeviceStringHoldingANulIsRefusedLikeAnUnreachableDevice) {
+  const Rig rig = GetParam().start();
+  const size_t host_end = rig.device.find(':');
+  // Cut at the NUL, each string names the simulated device: nothing may reach it.
+  for (const std::string& device :
+       {rig.device + std::string("\0/x", 3),
+        rig.device.substr(0, host_end) + std::string("\0x", 2) + rig.device.substr(host_end)}) {
+    IODevice& d = *rig.driver;
+    const int requests = rig.requests();
+    EXPECT_EQ(Raised([&] { d.Connect(device); }), GetParam().unreachable) << testing::PrintToString(device);
+    EXPECT_EQ(Raised([&] { d.Ports(); }), "45003 Not connected");
+    EXPECT_EQ(rig.requests(), requests);
+  }
+}
+
+TEST_P(SharedRules, ACallIntoTheDeviceFromATraceOfItsOwnExchangeIsRefused) {
+  const Rig rig = GetParam().start();
+  IODevice& d = *rig.driver;
+  d.Connect(rig.device);
+  int32_t output = 0;
+  while (d.PortDirection(output) != IOBidirectional) ++output;
+  const bool before = d.PortValue(output).AsBool();
+  // The handler calls back into the device at every trace text of the write below, while the
+  // transport is mid-exchange (the request going out, the reply being read).
+  std::vector<std::string> inner;
+  bool writing = false;
+  SetTraceHandler([&](std::string_view) {
+    if (writing) inner.push_back(Raised([&] { d.PortValue(output, Variant(before)); }));
+  });
+  writing = true;
+  const std::string outer = Raised([&] { d.PortValue(output, Variant(!before)); });
+  writing = false;
+  SetTraceHandler(nullptr);
+  EXPECT_EQ(outer, "none");
+  ASSERT_FALSE(inner.empty());
+  for (const std::string& raised : inner) EXPECT_EQ(raised, "5 Invalid procedure call or argument");
+  const int requests = rig.requests();
+  EXPECT_EQ(Raised([&] { d.PortValue(output, Variant(before)); }), "none") << "usable again";
+  EXPECT_GT(rig.requests(), requests);
 }
 
 TEST_P(SharedRules, ASilentDeviceFailsTheReadAfterTheReceiveTimeOut) {

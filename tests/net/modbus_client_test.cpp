@@ -1,6 +1,11 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <deque>
+#include <memory>
+#include <vector>
 
 #include "adam_sim.h"
 #include "net/modbus_t.h"
@@ -188,6 +193,37 @@ TEST(ModbusT, ReadsAndSwitchesCoilsOfALibmodbusServer) {
   EXPECT_EQ(Raised([&] { modbus.SetCoilState(3, true); }), illegalAddress);
   EXPECT_EQ(device.RequestCount(1), 3);
   EXPECT_EQ(device.RequestCount(5), 3);
+}
+
+TEST(ModbusT, ALibmodbusServerKeepsServingClientsWhoseDescriptorsPassTheSelectLimit) {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  constexpr rlim_t kWanted = 1200;
+  if (limit.rlim_cur < kWanted) {
+    if (limit.rlim_max < kWanted) GTEST_SKIP() << "the hard descriptor limit is below " << kWanted;
+    limit.rlim_cur = kWanted;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  }
+  sim::AdamSim device({.model = "6050"});
+  device.Start();
+  device.Points().SetInput(1, true);
+  // Every descriptor up to 1100 taken, so the sockets of the next connections (the server's
+  // ends included, in this process) lie past what an fd_set holds.
+  std::vector<int> taken;
+  for (int fd; (fd = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)) >= 0;) {
+    taken.push_back(fd);
+    if (fd >= 1100) break;
+  }
+  std::vector<std::unique_ptr<ModbusT>> clients;
+  for (int i = 0; i < 3; ++i) {
+    clients.push_back(std::make_unique<ModbusT>());
+    ASSERT_TRUE(clients.back()->Connect(device.Host(), static_cast<uint16_t>(device.ModbusPort())));
+  }
+  for (const auto& client : clients) EXPECT_EQ(client->GetCoilData(0, 8), Bytes{0x01});
+  clients[1]->SetCoilState(16, true);
+  EXPECT_TRUE(device.Points().Output(1));
+  EXPECT_EQ(device.ConnectionCount(), 3);
+  for (const int fd : taken) close(fd);
 }
 
 }  // namespace

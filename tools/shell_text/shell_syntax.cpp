@@ -115,4 +115,27 @@ std::optional<ShellCommand> ReadCommandLine(std::string_view line) {
                       ShellArguments(end == std::string_view::npos ? std::string_view() : TrimLeft(line.substr(end)))};
 }
 
+LineRead ReadShellLine(std::istream& in, std::string& line) {
+  line.clear();
+  std::streambuf* input = in.rdbuf();
+  bool any = false;
+  bool too_long = false;
+  for (;;) {
+    const std::streambuf::int_type c = input ? input->sbumpc() : std::streambuf::traits_type::eof();
+    if (std::streambuf::traits_type::eq_int_type(c, std::streambuf::traits_type::eof())) {
+      in.setstate(std::ios::eofbit);
+      if (!any) return LineRead::kEnd;
+      break;
+    }
+    any = true;
+    if (c == '\n') break;
+    if (line.size() < kMaxShellLine) {
+      line += std::streambuf::traits_type::to_char_type(c);
+    } else {
+      too_long = true;
+    }
+  }
+  return too_long ? LineRead::kTooLong : LineRead::kLine;
+}
+
 }  // namespace vmio::cli

@@ -2,8 +2,10 @@
 // The shell's line syntax, apart from any object model: command lines, their arguments and
 // typed values as written. Plain text functions with no library dependency, so every program
 // speaking the protocol (`vmio shell`, the COM scripting host) reads lines the same way.
+#include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <istream>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -52,6 +54,16 @@ struct ShellCommand {
   std::string_view word;
   ShellArguments args;
 };
+
+// The longest command line a shell takes; a longer one is answered with error 5.
+inline constexpr size_t kMaxShellLine = size_t{1} << 20;
+
+enum class LineRead { kLine, kTooLong, kEnd };
+
+// The next line of in without its LF. A line longer than kMaxShellLine is read to its end
+// without being kept: line then holds only its first kMaxShellLine bytes. kEnd once nothing
+// is left.
+LineRead ReadShellLine(std::istream& in, std::string& line);
 
 // The command of one input line; nothing for a blank line or a comment. A carriage return
 // ending the line is dropped, so scripts written with CR LF work.

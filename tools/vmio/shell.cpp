@@ -11,6 +11,8 @@
 //   through the object's member table, as a late-binding host does.
 // - `use K` accepts any number the shell has handed out, also of a released object (the
 //   variable still exists, it holds Nothing); other numbers answer 5.
+// - A command line longer than kMaxShellLine (1 MiB) answers error 5 like any malformed one;
+//   it is read to its end without being held, so a script cannot make the shell fill memory.
 // - An exception other than AutomationError answers "error 5 " + its text; anything else
 //   thrown answers error 5 with its standard text. The shell keeps reading either way.
 #include "shell.h"
@@ -118,11 +120,12 @@ std::string ErrorLine(int32_t number, std::string_view description) {
 int RunShell(std::istream& in, std::ostream& out) {
   Shell shell;
   std::string line;
-  while (std::getline(in, line)) {
+  for (LineRead read; (read = ReadShellLine(in, line)) != LineRead::kEnd;) {
     const std::optional<ShellCommand> command = ReadCommandLine(line);
-    if (!command) continue;
+    if (!command) continue;  // blank or a comment, however long
     std::string result;
     try {
+      if (read == LineRead::kTooLong) throw ShellSyntaxError();
       result = shell.Execute(command->word, command->args);
     } catch (const AutomationError& e) {
       result = ErrorLine(e.Number(), e.Description());

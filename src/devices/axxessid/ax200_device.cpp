@@ -9,7 +9,8 @@ AX200Device::AX200Device(IOPortDirection direction, ReadCaching caching)
     : PortTableDevice(caching), bridge_(CreateAccessBridge(*this)), direction_(direction) {}
 
 void AX200Device::Attach(const std::string& Device) {
-  Connected = bridge_->Attach(Device);
+  // A NUL would cut the string on its way to the software: it counts as not found.
+  Connected = Device.find('\0') == std::string::npos && bridge_->Attach(Device);
   std::vector<std::string> addresses;
   GetLocalIPs(addresses);
   bridge_->SetAddress(addresses.empty() ? std::string() : addresses.front());

@@ -8,6 +8,7 @@
 namespace vmio {
 
 bool LogITUSB::OpenDevice(const std::string& DevicePath) {
+  if (DevicePath.find('\0') != std::string::npos) return false;  // a NUL would cut the path
   device_ = OpenHidDevice(DevicePath);
   if (!device_) return false;
   Flush();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "core/call_guard.h"
 #include "core/errors.h"
 #include "core/numeric.h"
 #include "core/pumping_wait.h"
@@ -71,11 +72,11 @@ void RS232::BuildPortTable() {
   // The new line replaces (and so closes) the old one, and stays even when it fails to open.
   line_ = CreateSerialLine();
   line_->SetInputLen(1);
-  bool chosen = true;
+  bool chosen = device.find('\0') == std::string::npos;  // a NUL would cut the name: refused
   if (by_path) {
     line_->SetCommPath(device);
   } else {
-    chosen = line_->SetCommPort(port);
+    chosen = chosen && line_->SetCommPort(port);
   }
   if (!chosen || !line_->SetPortOpen(true)) {
     RaiseConnectionFailed("Error opening COM port " + (by_path ? device : std::to_string(port)));
@@ -90,6 +91,7 @@ void RS232::Disconnect() {
 }
 
 void RS232::ReadGroup(int32_t Index) {
+  const CallGuard reading(reading_);  // timers run in the reply wait; one may read this device
   // A copy: events run during the reply wait may add commands.
   const std::string command = commands_[static_cast<size_t>(Index)];
   const std::string_view terminator = TerminatorOf(command);

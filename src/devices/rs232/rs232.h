@@ -74,6 +74,7 @@ class RS232 final : public PortTableDevice {
   std::vector<std::string> commands_;
   std::string listen_buffer_;
   std::string last_line_;
+  bool reading_ = false;
 };
 
 }  // namespace vmio

@@ -5,6 +5,12 @@
 // WaitForEvents. The service closing, or a line that makes no sense where a reply is awaited,
 // counts as Disconnected and drops the connection. A reply that does not come within
 // kReplyTimeout drops it too (quietly): a late answer would otherwise be taken for the next.
+//
+// A status answer names no door, so it can only be matched to its request by order: one
+// request is outstanding at a time, and an answer with none outstanding is dropped. Whatever
+// the service sent before a request is read and dropped first; when the previous request is
+// still unanswered then (its reader gave up), its answer may yet come and would be taken for
+// the new one's, so the bridge attaches afresh on a new connection before asking.
 #include <fcntl.h>
 #include <netdb.h>
 #include <poll.h>
@@ -16,9 +22,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <utility>
 
 #include "access/access_bridge.h"
 #include "access/ax200_lines.h"
+#include "core/call_guard.h"
 
 namespace vmio {
 namespace {
@@ -100,22 +108,20 @@ class ServiceBridge final : public AccessBridge {
   ~ServiceBridge() override { Close(); }
 
   bool Attach(const std::string& device) override {
-    Close();
-    fd_ = ConnectToService(WaitClock::now() + kReplyTimeout);
-    const std::optional<std::string> reply = Ask(ServiceLine({"HELLO", device}));
-    if (!reply) return false;
-    const auto fields = LineFields(*reply);
-    if (fields.size() == 2 && fields[0] == "PRESENT" && (fields[1] == "1" || fields[1] == "0")) return fields[1] == "1";
-    Gone();
-    return false;
+    const CallGuard exchange(busy_);
+    device_ = device;
+    address_.reset();
+    return Hello(WaitClock::now() + kReplyTimeout);
   }
 
   void SetAddress(const std::string& address) override {
-    const std::optional<std::string> reply = Ask(ServiceLine({"ADDRESS", address}));
-    if (reply && *reply != "OK") Gone();
+    const CallGuard exchange(busy_);
+    address_ = address;
+    TellAddress(WaitClock::now() + kReplyTimeout);
   }
 
   AccessDoorList Doors(const std::string& a, const std::string& b) override {
+    const CallGuard exchange(busy_);
     AccessDoorList list;
     const Deadline deadline = WaitClock::now() + kReplyTimeout;
     const std::optional<std::string> head = Ask(ServiceLine({"DOORS", a, b}), deadline);
@@ -144,6 +150,7 @@ class ServiceBridge final : public AccessBridge {
   }
 
   std::optional<std::vector<AccessSensor>> Sensors() override {
+    const CallGuard exchange(busy_);
     std::vector<AccessSensor> sensors;
     const Deadline deadline = WaitClock::now() + kReplyTimeout;
     const std::optional<std::string> head = Ask(ServiceLine({"SENSORS"}), deadline);
@@ -168,23 +175,72 @@ class ServiceBridge final : public AccessBridge {
   }
 
   void RequestStatus(const std::string& id) override {
+    const CallGuard exchange(busy_);
+    DropEarlierInput();
+    if (status_ == StatusRequest::kUnanswered && fd_ >= 0 && !Reattach()) return;
     // Asking a service that has gone is answered at once: it has gone.
-    if (!Send(ServiceLine({"STATUS", id}))) Gone();
+    if (!Send(ServiceLine({"STATUS", id}))) {
+      Gone();
+      return;
+    }
+    status_ = StatusRequest::kAwaited;
   }
 
-  std::string Status() const override { return status_; }
+  std::string Status() const override { return status_text_; }
 
   void Command(DoorCommand command, const std::string& id) override {
     if (fd_ >= 0 && !Send(ServiceLine({"COMMAND", CommandName(command), id}))) Gone();
   }
 
   void WaitForEvents(Deadline deadline) override {
+    // The host's timers run in this wait: one that reads a door (or attaches) is refused.
+    const CallGuard exchange(busy_);
     if (PumpingWait(fd_ >= 0 ? fd_ : kNoWaitHandle, deadline)) Receive();
   }
 
  private:
+  // Whether a status request is outstanding, and whether its answer is still wanted.
+  enum class StatusRequest { kNone, kAwaited, kUnanswered };
+
+  // Opens a new connection and hands over the device string: whether the software is present.
+  bool Hello(Deadline deadline) {
+    Close();
+    status_ = StatusRequest::kNone;
+    fd_ = ConnectToService(deadline);
+    const std::optional<std::string> reply = Ask(ServiceLine({"HELLO", device_}), deadline);
+    if (!reply) return false;
+    const auto fields = LineFields(*reply);
+    if (fields.size() == 2 && fields[0] == "PRESENT" && (fields[1] == "1" || fields[1] == "0")) return fields[1] == "1";
+    Gone();
+    return false;
+  }
+
+  bool TellAddress(Deadline deadline) {
+    const std::optional<std::string> reply = Ask(ServiceLine({"ADDRESS", *address_}), deadline);
+    if (reply && *reply == "OK") return true;
+    if (reply) Gone();
+    return false;
+  }
+
+  // The same attachment on a new connection, so that nothing sent on the old one can arrive;
+  // false (the service counted as gone) when it cannot be made within kReplyTimeout.
+  bool Reattach() {
+    const Deadline deadline = WaitClock::now() + kReplyTimeout;
+    const bool attached = Hello(deadline) && (!address_ || TellAddress(deadline));
+    if (!attached) Gone();
+    return attached;
+  }
+
+  // Reads and drops what the service sent before now: a status answer in it is a late one.
+  void DropEarlierInput() {
+    if (status_ == StatusRequest::kAwaited) status_ = StatusRequest::kUnanswered;
+    Receive();
+  }
+
   // Sends the request and awaits its first reply line; nothing when there is none in time.
   std::optional<std::string> Ask(const std::string& request, Deadline deadline) {
+    if (fd_ < 0) return std::nullopt;
+    Receive();  // a reply line sent before the request is not its reply: dropped
     replies_.clear();
     if (fd_ < 0) return std::nullopt;
     if (!Send(request)) {
@@ -262,10 +318,14 @@ class ServiceBridge final : public AccessBridge {
           return false;
         }
       } else if (fields.size() >= 2 && fields[1] == "doorStatus") {
-        status_ = fields.size() >= 3 ? std::string(fields[2]) : std::string();
-        events_.DoorStatus();
+        const StatusRequest answered = std::exchange(status_, StatusRequest::kNone);
+        if (answered == StatusRequest::kAwaited) {
+          status_text_ = fields.size() >= 3 ? std::string(fields[2]) : std::string();
+          events_.DoorStatus();
+        }
       } else if (fields.size() == 2 && fields[1] == "Disconnected") {
-        status_.clear();
+        status_ = StatusRequest::kNone;
+        status_text_.clear();
         events_.Disconnected();
       }
       if (fd_ < 0) return false;
@@ -280,7 +340,8 @@ class ServiceBridge final : public AccessBridge {
   // The service went away, or stopped speaking sense.
   void Gone() {
     Close();
-    status_.clear();
+    status_ = StatusRequest::kNone;
+    status_text_.clear();
     events_.Disconnected();
   }
 
@@ -296,7 +357,11 @@ class ServiceBridge final : public AccessBridge {
   LineBuffer lines_;
   std::deque<std::string> replies_;
   bool awaiting_ = false;
-  std::string status_;
+  bool busy_ = false;  // an operation is under way: another one from inside it raises 5
+  StatusRequest status_ = StatusRequest::kNone;
+  std::string status_text_;
+  std::string device_;                  // as Attach handed it over, for attaching afresh
+  std::optional<std::string> address_;  // as SetAddress told it, once told
 };
 
 }  // namespace
