@@ -156,7 +156,10 @@ echo "ok regsvr32 /u removed every key"
 # same prefix and driven by the same cases. Skipped, saying why, only when 32-bit Wine cannot be
 # installed at all.
 if wine32_error=$(scripts/deps-wine32.sh 2>&1 >/dev/null); then
-  wineserver -k 2>/dev/null || true  # the prefix gains its 32-bit side at the next start
+  # The prefix gains its 32-bit side at the next start. The server is started here with its
+  # output discarded: under 32-bit programs it writes a dump of its objects to it.
+  wineserver -k 2>/dev/null || true
+  wineserver >/dev/null 2>&1
   run_component i686 vmio32 wine 'C:\windows\syswow64'
   wine 'C:\windows\syswow64\regsvr32.exe' /u /s 'C:\vmio32\vmio.dll'
   echo "ok win32 vmio.dll registered, driven and unregistered"
