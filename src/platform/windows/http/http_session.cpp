@@ -51,8 +51,16 @@ struct UrlParts {
   INTERNET_PORT port = 0;
   std::string user;
   std::string password;
-  std::string path;  // path and query, as written
+  std::string path;  // path and query, as written, backslashes escaped
 };
+
+// A backslash goes out as %5C: Wine's WinInet turns a raw one into "/" before sending (an Axis
+// output switched off would be switched on), and devices decode %5C in a query as the backslash.
+std::string BackslashesEscaped(const std::string& path) {
+  std::string out;
+  for (const char c : path) out += c == '\\' ? std::string("%5C") : std::string(1, c);
+  return out;
+}
 
 std::optional<UrlParts> Crack(const std::string& url) {
   std::string host(256, '\0'), user(128, '\0'), password(128, '\0'), path(2048, '\0');
@@ -77,7 +85,7 @@ std::optional<UrlParts> Crack(const std::string& url) {
   extra.resize(c.dwExtraInfoLength);
   if (path.empty()) path.push_back('/');
   path += extra;
-  return UrlParts{c.nScheme, host, c.nPort, user, password, path};
+  return UrlParts{c.nScheme, host, c.nPort, user, password, BackslashesEscaped(path)};
 }
 
 // The text WinInet has for an error code, for LastResponse.
@@ -133,16 +141,14 @@ class WinInetSession final : public HttpSession {
       // Devices are on the local network: no proxy, whatever the system's settings say.
       : session_(InternetOpenA(userAgent.c_str(), INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0)) {
     if (!session_) return;
-    DWORD connect = kConnectTimeoutMs;
-    InternetSetOptionA(session_.get(), INTERNET_OPTION_CONNECT_TIMEOUT, &connect, sizeof connect);
-    SetReceiveTimeout(kReceiveTimeoutMs);
+    SetTimeouts(session_.get());
   }
 
   bool Valid() const { return static_cast<bool>(session_); }
 
   void SetReceiveTimeout(uint32_t ms) override {
-    DWORD value = ms == 0 ? INFINITE : ms;
-    InternetSetOptionA(session_.get(), INTERNET_OPTION_RECEIVE_TIMEOUT, &value, sizeof value);
+    receive_timeout_ms_ = ms == 0 ? INFINITE : ms;
+    SetTimeouts(session_.get());
   }
 
   HttpResult Perform(const std::string& url, const std::string& sendHeaders, const std::string& postData,
@@ -174,6 +180,9 @@ class WinInetSession final : public HttpSession {
         0));
     if (!request) return Failed(HttpOutcome::NoRequest);
     if (access.insecure && !TrustAnyCertificate(request.get())) return Failed(HttpOutcome::NoRequest);
+    // On the request itself too: Wine's WinInet takes time-outs only from the handle they are set
+    // on, and without them its wait for a silent device's headers has no end.
+    SetTimeouts(request.get());
 
     const ULONGLONG limit = GetTickCount64() + kRequestLimitMs;
     std::string headers = kBaseHeaders + sendHeaders;
@@ -186,6 +195,12 @@ class WinInetSession final : public HttpSession {
 
     const std::optional<std::string> block = RawHeaders(request.get());
     if (!block) return Failed(HttpOutcome::NoResponse);
+    // Wine's WinInet takes a connection closed before any byte of a reply for a reply without
+    // headers (Windows fails the send): either way the device did not answer.
+    if (!block->starts_with("HTTP/")) {
+      last_response_ = "The device closed the connection without answering";
+      return {HttpOutcome::NoResponse, -1};
+    }
     try {
       for (size_t start = 0; start < block->size();) {
         const size_t end = block->find("\r\n", start);
@@ -227,7 +242,15 @@ class WinInetSession final : public HttpSession {
     return {outcome, total};
   }
 
+  void SetTimeouts(HINTERNET handle) const {
+    DWORD connect = kConnectTimeoutMs;
+    DWORD receive = receive_timeout_ms_;
+    InternetSetOptionA(handle, INTERNET_OPTION_CONNECT_TIMEOUT, &connect, sizeof connect);
+    InternetSetOptionA(handle, INTERNET_OPTION_RECEIVE_TIMEOUT, &receive, sizeof receive);
+  }
+
   InternetHandle session_;
+  DWORD receive_timeout_ms_ = kReceiveTimeoutMs;
   std::string last_response_;
 };
 

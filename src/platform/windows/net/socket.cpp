@@ -3,8 +3,12 @@
 
 #include <winsock2.h>
 
+#include <algorithm>
+
 namespace vmio {
 namespace {
+
+constexpr ULONGLONG kWaitSliceMs = 50;
 
 SOCKET Sock(SocketHandle s) { return static_cast<SOCKET>(s); }
 
@@ -14,6 +18,14 @@ sockaddr_in IPv4(unsigned long address, uint16_t port) {
   a.sin_port = htons(port);
   a.sin_addr.s_addr = address;
   return a;
+}
+
+// The error a socket holds for its next call (taking it clears it), or 0.
+int PendingError(SocketHandle s) {
+  int error = 0;
+  int length = sizeof error;
+  if (getsockopt(Sock(s), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length) != 0) return 0;
+  return error;
 }
 
 }  // namespace
@@ -77,12 +89,25 @@ int32_t SelectReadable(SocketHandle s, int32_t seconds) {
     WSASetLastError(s == kNoSocket ? WSAENOTSOCK : WSAEINVAL);
     return -1;
   }
-  fd_set readable;
-  FD_ZERO(&readable);
-  FD_SET(Sock(s), &readable);
-  timeval limit{seconds, 0};
-  const int r = select(0, &readable, nullptr, nullptr, &limit);
-  return r == SOCKET_ERROR ? -1 : r;
+  // In slices, with the socket's pending error looked at between them: Wine's select does not
+  // wake for the port-unreachable answer to a datagram, which Windows and Linux report as a
+  // failed receive, and only that error shows it.
+  const ULONGLONG deadline = GetTickCount64() + static_cast<ULONGLONG>(seconds) * 1000;
+  for (;;) {
+    if (const int error = PendingError(s)) {
+      WSASetLastError(error);
+      return -1;
+    }
+    const ULONGLONG now = GetTickCount64();
+    const long slice_ms = static_cast<long>(std::min<ULONGLONG>(deadline > now ? deadline - now : 0, kWaitSliceMs));
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(Sock(s), &readable);
+    timeval limit{0, slice_ms * 1000};
+    const int r = select(0, &readable, nullptr, nullptr, &limit);
+    if (r != 0) return r == SOCKET_ERROR ? -1 : r;
+    if (GetTickCount64() >= deadline) return 0;
+  }
 }
 
 int32_t ReceiveBytes(SocketHandle s, uint8_t* buffer, int32_t length, int32_t flags) {
