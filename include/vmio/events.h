@@ -35,16 +35,16 @@ VMIO_API void RunPendingEvents();
 /// no timer is running.
 VMIO_API int32_t MillisecondsUntilNextEvent();
 
-// What a wait can wait for: a file descriptor on POSIX, a HANDLE on Windows.
+/// What a wait can wait for: a file descriptor on POSIX, a HANDLE on Windows.
 using WaitHandle = std::intptr_t;
-inline constexpr WaitHandle kNoWaitHandle = -1;  // wait for the time only
+inline constexpr WaitHandle kNoWaitHandle = -1;  ///< wait for the time only
 
-// Waits up to milliseconds (0: just looks) for handle to become ready to read (data, end of
-// stream or an error a read reports), running this thread's timer callbacks as they fall due
-// meanwhile; otherwise the thread sleeps. Returns true as soon as handle is ready, false once
-// the time has passed (always false for kNoWaitHandle). Due callbacks run at least once, even
-// for 0 milliseconds; a negative time counts as 0. A host without its own event loop uses it
-// to sleep, or to wait for its own descriptor (a Ctrl-C pipe), without stalling the timers.
+/// Waits up to milliseconds (0: just looks) for handle to become ready to read (data, end of
+/// stream or an error a read reports), running this thread's timer callbacks as they fall due
+/// meanwhile; otherwise the thread sleeps. Returns true as soon as handle is ready, false once
+/// the time has passed (always false for kNoWaitHandle). Due callbacks run at least once, even
+/// for 0 milliseconds; a negative time counts as 0. A host without its own event loop uses it
+/// to sleep, or to wait for its own descriptor (a Ctrl-C pipe), without stalling the timers.
 VMIO_API bool WaitRunningEvents(WaitHandle handle, int32_t milliseconds);
 
 }  // namespace vmio

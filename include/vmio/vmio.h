@@ -112,6 +112,10 @@ VMIO_API int32_t vmio_object_kind(vmio_object* object);
 /**@{*/
 /** Connects to a device string (vmio::IODevice::Connect). */
 VMIO_API int32_t vmio_connect(vmio_object* device, const char* device_string);
+/** Connects to a device string of length bytes, which may hold NUL bytes: the driver refuses
+ * such a string with its own connect error, where a NUL-terminated one would be cut short
+ * silently. For foreign-function interfaces whose strings carry a length. */
+VMIO_API int32_t vmio_connect_n(vmio_object* device, const char* device_string, size_t length);
 /** Marks the device unconnected; its port table stays. */
 VMIO_API int32_t vmio_disconnect(vmio_object* device);
 /** The number of ports; 45003 when not connected. */

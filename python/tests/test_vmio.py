@@ -159,3 +159,10 @@ def test_a_device_refuses_other_threads_and_stays_usable(camera_sim):
             -2147417842, "The application called an interface that was marshalled for a different thread.")
     assert camera.port(0).value is False
     camera.disconnect()
+
+
+def test_a_nul_in_a_device_string_is_refused_not_cut(camera_sim):
+    camera = vmio.Device.create("axis")
+    with pytest.raises(vmio.AutomationError) as refused:
+        camera.connect(camera_sim.device + "\0ignored")
+    assert refused.value.number == 45001

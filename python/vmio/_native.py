@@ -43,6 +43,7 @@ _SIGNATURES: dict[str, tuple[Any, list[Any]]] = {
     "vmio_release": (None, [_h]),
     "vmio_object_kind": (_i32, [_h]),
     "vmio_connect": (_i32, [_h, ctypes.c_char_p]),
+    "vmio_connect_n": (_i32, [_h, ctypes.c_char_p, ctypes.c_size_t]),
     "vmio_disconnect": (_i32, [_h]),
     "vmio_ports": (_i32, [_h, _p_i32]),
     "vmio_port_direction": (_i32, [_h, _i32, _p_i32]),

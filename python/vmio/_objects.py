@@ -243,7 +243,9 @@ class Device(Object):
 
     def connect(self, device: str) -> Device:
         """Connects to a device string ("user:password@host:port"); returns the device."""
-        check(lib.vmio_connect(self._handle, device.encode("utf-8")))
+        # With its length: a NUL inside reaches the driver, which refuses the string.
+        encoded = device.encode("utf-8")
+        check(lib.vmio_connect_n(self._handle, encoded, len(encoded)))
         self._device = _without_credentials(device)
         return self
 

@@ -209,6 +209,14 @@ int32_t vmio_connect(vmio_object* device, const char* device_string) {
   });
 }
 
+int32_t vmio_connect_n(vmio_object* device, const char* device_string, size_t length) {
+  return Guard([&] {
+    auto& io = As<vmio::IODevice>(device);
+    if (length) Require(device_string);
+    io.Connect(std::string(device_string ? device_string : "", length));
+  });
+}
+
 int32_t vmio_disconnect(vmio_object* device) {
   return Guard([&] { As<vmio::IODevice>(device).Disconnect(); });
 }

@@ -46,6 +46,16 @@ const char* CheckCameraThroughC(const char* device) {
   CHECK(vmio_object_kind(camera) == VMIO_KIND_DEVICE && vmio_object_kind(NULL) == VMIO_NO_OBJECT);
   CHECK_ERROR(vmio_ports(camera, &n), 45003, "Not connected");
 
+  {
+    /* A NUL inside the string, given with its length: refused, not cut short. */
+    char with_nul[256];
+    const size_t length = strlen(device);
+    CHECK(length + 3 < sizeof with_nul);
+    memcpy(with_nul, device, length);
+    memcpy(with_nul + length, "\0/x", 3);
+    CHECK_ERROR(vmio_connect_n(camera, with_nul, length + 3), 45001, "Unable to connect to the device");
+    CHECK(vmio_connect_n(camera, device, length) == 0);
+  }
   CHECK(vmio_connect(camera, device) == 0);
   CHECK(strcmp(vmio_error_description(), "") == 0);
   CHECK(vmio_ports(camera, &n) == 0 && n == 6);
