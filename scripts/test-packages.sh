@@ -19,7 +19,7 @@ fail() {
 }
 
 (cd "$build" && cpack -G DEB -B "$work/debs" >"$work/cpack.log" 2>&1) || { cat "$work/cpack.log" >&2; fail "cpack failed"; }
-version=$(sed -n 's/^#define VMIO_VERSION_STRING "\(.*\)"$/\1/p' "$build/include/vmio/version.h")
+version=$(sed -n 's/^#define VMIO_VERSION_STRING "\([^"]*\)".*$/\1/p' "$build/include/vmio/version.h")
 deb() { echo "$work/debs/$1_${version}_$(dpkg --print-architecture).deb"; }
 for p in libvmio0 libvmio-dev vmio-tools; do [ -f "$(deb $p)" ] || fail "no package $p"; done
 
