@@ -1,11 +1,10 @@
 #include "engine/loop.h"
 
-#include <poll.h>
-
 #include <algorithm>
-#include <cerrno>
+#include <vector>
 
 #include "core/tick_source.h"
+#include "engine/poll_descriptors.h"
 
 namespace vmio::engine {
 
@@ -68,23 +67,12 @@ bool Loop::RunOnce(int max_wait_ms) {
   if (watches_.empty() && timers_.empty()) return false;
   int64_t wait = MillisecondsUntilNextTimer();
   if (max_wait_ms >= 0 && (wait < 0 || wait > max_wait_ms)) wait = max_wait_ms;
-  std::vector<pollfd> polled;
+  std::vector<PolledDescriptor> polled;
   polled.reserve(watches_.size());
-  for (const auto& [fd, entry] : watches_) {
-    polled.push_back(
-        {fd,
-         static_cast<short>(((entry.interest & kReadable) ? POLLIN : 0) | ((entry.interest & kWritable) ? POLLOUT : 0)),
-         0});
-  }
-  const int n = ::poll(polled.data(), polled.size(), static_cast<int>(std::min<int64_t>(wait, INT32_MAX)));
-  if (n > 0) {
-    for (const pollfd& p : polled) {
-      if (!p.revents) continue;
-      int ready = 0;
-      if (p.revents & (POLLERR | POLLHUP | POLLNVAL)) ready = kReadable | kWritable;
-      if (p.revents & POLLIN) ready |= kReadable;
-      if (p.revents & POLLOUT) ready |= kWritable;
-      Dispatch(p.fd, ready);
+  for (const auto& [fd, entry] : watches_) polled.push_back({fd, entry.interest});
+  if (PollDescriptors(polled, static_cast<int>(std::min<int64_t>(wait, INT32_MAX))) > 0) {
+    for (const PolledDescriptor& p : polled) {
+      if (p.ready) Dispatch(p.fd, p.ready);
     }
   }
   RunDueTimers();
