@@ -253,7 +253,9 @@ constexpr Command kCommands[] = {
 };
 
 bool ContainsNoCase(std::string_view text, std::string_view part) {
-  return !std::ranges::search(text, part, [](char a, char b) { return std::tolower(a) == std::tolower(b); }).empty();
+  // The iterator form: clang 14 cannot take string views as ranges of this standard library.
+  const auto same = [](char a, char b) { return std::tolower(a) == std::tolower(b); };
+  return !part.empty() && std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
 }
 
 // What kind of failure an error was: the trace (the last HTTP status, a transport's time-out)
