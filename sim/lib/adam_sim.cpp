@@ -19,6 +19,8 @@
 #include <string_view>
 #include <thread>
 
+#include "bound_port.h"
+
 namespace vmio::sim {
 namespace {
 
@@ -44,13 +46,6 @@ sockaddr_in Address(const std::string& host, int port) {
   a.sin_port = htons(static_cast<uint16_t>(port));
   if (inet_pton(AF_INET, host.c_str(), &a.sin_addr) != 1) throw std::runtime_error("adam sim: bad address " + host);
   return a;
-}
-
-int BoundPort(int fd) {
-  sockaddr_in a{};
-  socklen_t len = sizeof a;
-  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-  return ntohs(a.sin_port);
 }
 
 }  // namespace

@@ -23,6 +23,7 @@
 #include <utility>
 
 #include "axis_sim.h"
+#include "bound_port.h"
 #include "point_bank.h"
 
 namespace vmio::sim {
@@ -73,13 +74,6 @@ std::string Dotted(uint32_t host) {
   char text[INET_ADDRSTRLEN];
   inet_ntop(AF_INET, &a, text, sizeof text);
   return text;
-}
-
-int BoundPort(int fd) {
-  sockaddr_in a{};
-  socklen_t len = sizeof a;
-  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-  return ntohs(a.sin_port);
 }
 
 int Socket(int type) {
