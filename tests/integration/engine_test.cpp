@@ -12,6 +12,7 @@
 
 #include "fleet_sim.h"
 #include "vmio/error.h"
+#include "vmio/io_device.h"
 #include "vmio/objects.h"
 
 namespace vmio {
@@ -213,9 +214,16 @@ TEST(EngineTest, RefusesMisuseWithAutomationErrors) {
   EXPECT_EQ(number([&] { w.engine.Add(CreateObject("VMIO.Axis"), "x", WatchOptions{.interval_ms = 1}); }),
             kInvalidProcedureCall);
   EXPECT_EQ(number([&] { w.engine.State(99); }), kSubscriptOutOfRange);
-  int32_t from_other_thread = 0;
-  std::thread([&] { from_other_thread = number([&] { w.engine.State(w.ids[0]); }); }).join();
-  EXPECT_EQ(from_other_thread, kWrongThread);
+  // The engine and every object belong to their thread: other threads get an error, not a race.
+  auto camera = std::dynamic_pointer_cast<IODevice>(CreateObject("VMIO.Axis"));
+  std::vector<int32_t> from_other_threads(5);
+  std::vector<std::thread> threads;
+  threads.emplace_back([&] { from_other_threads[4] = number([&] { w.engine.State(w.ids[0]); }); });
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back(
+        [&, t] { from_other_threads[static_cast<size_t>(t)] = number([&] { camera->PortValue(0); }); });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(from_other_threads, std::vector<int32_t>(5, kWrongThread));
 
   // Removing a device mid-exchange (the silent one waits for its answer) leaves nothing behind.
   w.RunUntil([] { return false; }, 200);
