@@ -1,8 +1,10 @@
 // The concurrent engine against a simulated fleet on loopback, through the public API only.
 #include "vmio/engine.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <map>
@@ -233,6 +235,34 @@ TEST(EngineTest, RefusesMisuseWithAutomationErrors) {
   w.RunUntil([] { return false; }, 100);
   EXPECT_TRUE(w.engine.Descriptors().empty());
   EXPECT_EQ(w.engine.Timeout(), -1);
+}
+
+// A host that runs out of descriptors is told so, not that its devices look dead.
+TEST(EngineTest, RunningOutOfDescriptorsIsReportedAsSuch) {
+  FleetSim fleet(Cameras(2, 0, 0));
+  fleet.Start();
+  auto first = std::dynamic_pointer_cast<IODevice>(CreateObject("VMIO.Axis"));
+  first->Connect(fleet.Devices()[0].device);
+  Engine engine;
+  engine.Add(CreateObject("VMIO.Axis"), fleet.Devices()[1].device, {.interval_ms = 50});
+
+  std::vector<int> fillers;
+  for (int fd; fillers.size() < 100000 && (fd = ::open("/dev/null", O_RDONLY)) >= 0;) fillers.push_back(fd);
+  auto second = std::dynamic_pointer_cast<IODevice>(CreateObject("VMIO.Axis"));
+  try {
+    second->Connect(fleet.Devices()[1].device);
+    ADD_FAILURE() << "connected without a descriptor";
+  } catch (const AutomationError& e) {
+    EXPECT_EQ(e.Number(), kTooManyFiles);
+    EXPECT_EQ(e.Description(), "Too many files");
+  }
+  engine.RunUntil(Engine::Now() + 100);
+  EngineEvent event;
+  bool reported = false;
+  while (engine.NextEvent(event)) reported |= event.kind == EngineEvent::Kind::kError && event.error == kTooManyFiles;
+  EXPECT_TRUE(reported);
+  for (const int fd : fillers) ::close(fd);
+  second->Connect(fleet.Devices()[1].device);  // with descriptors back, all is well again
 }
 
 }  // namespace
