@@ -14,6 +14,7 @@
 
 #include "fleet_sim.h"
 #include "vmio/error.h"
+#include "vmio/events.h"
 #include "vmio/io_device.h"
 #include "vmio/objects.h"
 
@@ -122,6 +123,23 @@ TEST(EngineTest, KeepsLiveDevicesFreshWhileDeadOnesOnlyCostTheirOwnTime) {
       },
       1500));
   for (int32_t id : live) EXPECT_EQ(w.engine.State(id), DeviceState::kOnline);
+}
+
+struct Ticks final : Callbackable {
+  void Callback() override { ++count; }
+  int count = 0;
+};
+
+// The thread's timers (a logger's keep-alive) run inside the engine's run, with nothing else to do.
+TEST(EngineTest, RunsTheThreadsTimersToo) {
+  Engine engine;
+  const auto ticks = std::make_shared<Ticks>();
+  const int32_t timer = StartCallbackTimer(ticks, 20);
+  EXPECT_GE(engine.Timeout(), 0);
+  engine.RunUntil(Engine::Now() + 110);
+  StopCallbackTimer(timer);
+  EXPECT_GE(ticks->count, 4);
+  EXPECT_EQ(engine.Timeout(), -1);
 }
 
 TEST(EngineTest, WritesRunInOrderBetweenReadsEachWithItsResult) {
