@@ -293,46 +293,24 @@ void BM_BlockingObjects(benchmark::State& state) {
   state.counters["live_ms"] = live_ms / static_cast<double>(state.iterations());
 }
 
+// Whole sweeps, in milliseconds of real time (the thread sleeps while it waits).
+template <int kIterations>
+void Sweeps(benchmark::internal::Benchmark* b) {
+  b->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(kIterations);
+}
+
 // 1,000 cameras answering at once and after 20 ms; 100 with 5 dead (the dead cost seconds).
 BENCHMARK(BM_FloorCurlMulti)
     ->Args({1000, 0, 0})
     ->Args({1000, 20, 0})
     ->Args({105, 20, 5})
     ->Args({1000, 20, 50})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(3);
-BENCHMARK(BM_FloorCurlMultiConnect)
-    ->Args({1000, 0, 0})
-    ->Args({1000, 20, 0})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(3);
-BENCHMARK(BM_EngineConnect)
-    ->Args({1000, 0, 0})
-    ->Args({1000, 20, 0})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(3);
-BENCHMARK(BM_EngineRefresh)
-    ->Args({1000, 0, 0})
-    ->Args({1000, 20, 0})
-    ->Args({1000, 20, 50})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(5);
-BENCHMARK(BM_EngineFirstValues)
-    ->Args({1000, 20, 0})
-    ->Args({1000, 20, 50})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(3);
-BENCHMARK(BM_BlockingObjects)
-    ->Args({1000, 0, 0})
-    ->Args({100, 20, 0})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(1);
+    ->Apply(Sweeps<3>);
+BENCHMARK(BM_FloorCurlMultiConnect)->Args({1000, 0, 0})->Args({1000, 20, 0})->Apply(Sweeps<3>);
+BENCHMARK(BM_EngineConnect)->Args({1000, 0, 0})->Args({1000, 20, 0})->Apply(Sweeps<3>);
+BENCHMARK(BM_EngineRefresh)->Args({1000, 0, 0})->Args({1000, 20, 0})->Args({1000, 20, 50})->Apply(Sweeps<5>);
+BENCHMARK(BM_EngineFirstValues)->Args({1000, 20, 0})->Args({1000, 20, 50})->Apply(Sweeps<3>);
+BENCHMARK(BM_BlockingObjects)->Args({1000, 0, 0})->Args({100, 20, 0})->Apply(Sweeps<1>);
 
 }  // namespace
 
