@@ -166,11 +166,25 @@ struct EngineFleet {
   }
 };
 
+// Each sweep's last live answer, and every live answer's time for the percentile.
+struct SweepTimes {
+  double live_ms = 0;
+  std::vector<double> all;
+
+  void Add(const std::vector<double>& times) {
+    live_ms += *std::max_element(times.begin(), times.end());
+    all.insert(all.end(), times.begin(), times.end());
+  }
+  void Report(benchmark::State& state) const {
+    state.counters["live_ms"] = live_ms / static_cast<double>(state.iterations());
+    state.counters["p99_ms"] = P99(all);
+  }
+};
+
 // Every camera connected at once through the engine's loop (new objects each iteration).
 void BM_EngineConnect(benchmark::State& state) {
   const auto fleet = StartFleet(state);
-  double live_ms = 0;
-  std::vector<double> all;
+  SweepTimes sweeps;
   for (auto _ : state) {
     EngineFleet cameras(*fleet);
     vmio::engine::Io io;
@@ -178,11 +192,9 @@ void BM_EngineConnect(benchmark::State& state) {
     const std::vector<double> times = cameras.RunAll(
         *fleet, io, [&](size_t i) { return cameras.devices[i]->ConnectOn(io, fleet->Devices()[i].device); }, error);
     if (!error.empty()) state.SkipWithError(error.c_str());
-    live_ms += *std::max_element(times.begin(), times.end());
-    all.insert(all.end(), times.begin(), times.end());
+    sweeps.Add(times);
   }
-  state.counters["live_ms"] = live_ms / static_cast<double>(state.iterations());
-  state.counters["p99_ms"] = P99(all);
+  sweeps.Report(state);
 }
 
 // Every camera's inputs read at once through the engine's loop; the dead ones are trying to
@@ -194,18 +206,15 @@ void BM_EngineRefresh(benchmark::State& state) {
   std::string error;
   const auto connect = [&](size_t i) { return cameras.devices[i]->ConnectOn(io, fleet->Devices()[i].device); };
   cameras.RunAll(*fleet, io, connect, error);
-  double live_ms = 0;
-  std::vector<double> all;
+  SweepTimes sweeps;
   for (auto _ : state) {
     const std::vector<double> times = cameras.RunAll(
         *fleet, io,
         [&](size_t i) { return Live(fleet->Devices()[i]) ? cameras.devices[i]->RefreshOn(io) : connect(i); }, error);
     if (!error.empty()) state.SkipWithError(error.c_str());
-    live_ms += *std::max_element(times.begin(), times.end());
-    all.insert(all.end(), times.begin(), times.end());
+    sweeps.Add(times);
   }
-  state.counters["live_ms"] = live_ms / static_cast<double>(state.iterations());
-  state.counters["p99_ms"] = P99(all);
+  sweeps.Report(state);
 }
 
 // The public engine: from adding every device to every live one's first values.
