@@ -245,16 +245,8 @@ void BM_FloorCurlMulti(benchmark::State& state) {
   CURLM* multi = curl_multi_init();
   std::vector<CURL*> easies;
   for (const auto& d : fleet->Devices()) {
-    CURL* easy = curl_easy_init();
-    const std::string url = "http://" + d.device + "/axis-cgi/io/port.cgi?check=1,2,3,4";
-    curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Discard);
-    // The library's own limits: 10 s to connect, 5 s of silence, 30 s in all.
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, 10000L);
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, 5L);
-    curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, 30000L);
-    curl_easy_setopt(easy, CURLOPT_PRIVATE, d.health == vmio::sim::FleetHealth::Live ? easy : nullptr);
+    CURL* easy = FloorEasy("http://" + d.device + "/axis-cgi/io/port.cgi?check=1,2,3,4");
+    curl_easy_setopt(easy, CURLOPT_PRIVATE, Live(d) ? easy : nullptr);
     easies.push_back(easy);
   }
   double live_ms = 0;
