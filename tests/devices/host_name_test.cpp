@@ -4,9 +4,6 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <pthread.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
@@ -19,6 +16,7 @@
 #include "devices/http/axis.h"
 #include "scoped_environment.h"
 #include "support/raised.h"
+#include "support/sim_process.h"
 
 namespace {
 
@@ -70,37 +68,6 @@ class ThreadWatch {
   std::thread watcher_;
 };
 
-// A simulated camera in a child process, so its threads (one per connection) are not ours.
-class CameraProcess {
- public:
-  CameraProcess() {
-    int pipe_fds[2];
-    EXPECT_EQ(pipe(pipe_fds), 0);
-    pid_ = fork();
-    if (pid_ == 0) {
-      close(pipe_fds[0]);
-      sim::AxisSim camera;
-      camera.Start();
-      const int port = camera.Server().Port();
-      if (write(pipe_fds[1], &port, sizeof port) != sizeof port) _exit(1);
-      pause();  // until the test ends it
-      _exit(0);
-    }
-    close(pipe_fds[1]);
-    EXPECT_EQ(read(pipe_fds[0], &port_, sizeof port_), static_cast<ssize_t>(sizeof port_));
-    close(pipe_fds[0]);
-  }
-  ~CameraProcess() {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  int Port() const { return port_; }
-
- private:
-  pid_t pid_ = -1;
-  int port_ = 0;
-};
-
 // A name only this test knows, for the loopback address: an alias of localhost (which
 // libcurl answers by itself, so it could not show a look-up).
 class CameraName {
@@ -114,7 +81,11 @@ class CameraName {
 };
 
 TEST(HostNames, ADeviceNamedByHostConnectsAndReadsWithoutStartingAThread) {
-  const CameraProcess camera;
+  const test::SimProcess camera([] {
+    auto* served = new sim::AxisSim;  // lives as long as the child
+    served->Start();
+    return std::to_string(served->Server().Port());
+  });
   const CameraName name;
   const int threads_before = ThreadsNow();
   int most = 0;
@@ -124,7 +95,7 @@ TEST(HostNames, ADeviceNamedByHostConnectsAndReadsWithoutStartingAThread) {
     const int started_before = threads_started;
     Axis axis;
     EXPECT_EQ(test::Raised([&] {
-                axis.Connect("vmio-test-camera:" + std::to_string(camera.Port()));
+                axis.Connect("vmio-test-camera:" + camera.Where());
                 axis.PortValue(0);
               }),
               "none");
