@@ -6,7 +6,7 @@
 #include "adam_sim.h"
 #include "devices/adam/adam.h"
 #include "engine/io.h"
-#include "support/raised.h"
+#include "support/turn_loop.h"
 
 namespace vmio {
 namespace {
@@ -14,6 +14,7 @@ namespace {
 using sim::AdamSim;
 using sim::AdamUdpMode;
 using Clock = std::chrono::steady_clock;
+using test::TurnUntilDone;
 
 struct Module {
   explicit Module(AdamUdpMode mode) : sim({.model = "6060", .udp_mode = mode}) {
@@ -23,13 +24,6 @@ struct Module {
   AdamSim sim;
   std::unique_ptr<ADAM> adam;
 };
-
-// Turns the loop until task ends, at most limit; true when it ended.
-bool TurnUntilDone(engine::Io& io, engine::Task<void>& task, std::chrono::milliseconds limit) {
-  const auto end = Clock::now() + limit;
-  while (!task.Done() && Clock::now() < end) io.loop().RunOnce(50);
-  return task.Done();
-}
 
 TEST(ADAMOnOneLoop, ASilentModuleHoldsBackNeitherTheConnectNorTheReadsOfALiveOne) {
   Module live(AdamUdpMode::Answer);
