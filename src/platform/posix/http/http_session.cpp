@@ -9,6 +9,7 @@
 // dripping a byte at a time never trips it, a request limit also runs from the first send of
 // a request (redirects and authentication round trips included) and ends it whatever arrives.
 // Both are timers on the loop racing the transfer.
+#include <arpa/inet.h>
 #include <curl/curl.h>
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
@@ -19,6 +20,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -27,6 +29,7 @@
 #include <utility>
 
 #include "http/http_session.h"
+#include "net/resolver.h"
 #include "platform/posix/http/curl_multi.h"
 
 namespace vmio {
@@ -140,6 +143,7 @@ class CurlSession final : public HttpSession {
     if (easy_) curl_easy_cleanup(easy_);
     curl_slist_free_all(request_headers_);
     curl_slist_free_all(base_headers_);
+    curl_slist_free_all(resolved_);
   }
   CurlSession(const CurlSession&) = delete;
   CurlSession& operator=(const CurlSession&) = delete;
@@ -170,7 +174,8 @@ class CurlSession final : public HttpSession {
     }
     curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, HeaderList(sendHeaders));
 
-    const CURLcode code = co_await Transfer(io);
+    CURLcode code = co_await ResolveHost(io, url);
+    if (code == CURLE_OK) code = co_await Transfer(io);
     receiver_ = nullptr;
     curl_off_t length = -1;
     curl_easy_getinfo(easy_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
@@ -190,6 +195,44 @@ class CurlSession final : public HttpSession {
   std::string LastResponse() const override { return last_response_; }
 
  private:
+  // A host name is looked up on the loop (Resolver) and its addresses handed to libcurl as its
+  // answer, since Debian's libcurl would start a thread to resolve it; an address needs
+  // neither. A name that does not resolve fails as libcurl's own look-up would.
+  engine::Task<CURLcode> ResolveHost(engine::Io& io, std::string url) {
+    std::string host, port;
+    if (!NamedHost(url, host, port)) co_return CURLE_OK;
+    const std::vector<std::string> addresses = co_await io.Get<Resolver>().Resolve(host);
+    if (addresses.empty()) {
+      std::snprintf(error_buffer_, CURL_ERROR_SIZE, "Could not resolve host: %s", host.c_str());
+      co_return CURLE_COULDNT_RESOLVE_HOST;
+    }
+    std::string entry = host + ":" + port + ":";
+    for (const std::string& address : addresses) entry += (&address == &addresses.front() ? "" : ",") + address;
+    curl_slist_free_all(resolved_);
+    resolved_ = curl_slist_append(nullptr, entry.c_str());
+    curl_easy_setopt(easy_, CURLOPT_RESOLVE, resolved_);
+    co_return CURLE_OK;
+  }
+  // The host and port of url (the scheme's port when it names none) when the host is a name;
+  // false for an address, or a URL libcurl will refuse by itself.
+  static bool NamedHost(const std::string& url, std::string& host, std::string& port) {
+    CURLU* parsed = curl_url();
+    char* host_part = nullptr;
+    char* port_part = nullptr;
+    const bool parts = parsed && curl_url_set(parsed, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK &&
+                       curl_url_get(parsed, CURLUPART_HOST, &host_part, 0) == CURLUE_OK &&
+                       curl_url_get(parsed, CURLUPART_PORT, &port_part, CURLU_DEFAULT_PORT) == CURLUE_OK;
+    if (parts) {
+      host = host_part;
+      port = port_part;
+    }
+    curl_free(host_part);
+    curl_free(port_part);
+    curl_url_cleanup(parsed);
+    in_addr ipv4{};
+    return parts && !host.empty() && host.front() != '[' && inet_pton(AF_INET, host.c_str(), &ipv4) != 1;
+  }
+
   // Runs the transfer to its end, until no byte has arrived for the receive time-out, or until
   // the request limit has passed since the request first went out.
   engine::Task<CURLcode> Transfer(engine::Io& io) {
@@ -387,6 +430,7 @@ class CurlSession final : public HttpSession {
 
   CURL* easy_;
   curl_slist* base_headers_;
+  curl_slist* resolved_ = nullptr;         // the last host name's answer, as libcurl takes it
   curl_slist* request_headers_ = nullptr;  // base plus request_headers_for_, kept while repeated
   std::string request_headers_for_;
   uint32_t receive_timeout_ms_ = kReceiveTimeoutMs;
