@@ -251,12 +251,14 @@ struct Engine::Impl {
       d.trying_since = engine::NowMs();
       UpdateState(d);
       std::optional<Failure> failure = co_await Exchange(d, d.exchanges->ConnectOn(io, d.device_string));
-      while (!failure) {
+      if (!failure) {
         d.connected = true;
         d.failed = false;
         d.last_good = engine::NowMs();
         pause = d.options.interval_ms;
         UpdateState(d);
+      }
+      while (!failure) {
         const int64_t started = engine::NowMs();
         failure = co_await Exchange(d, d.exchanges->RefreshOn(io));
         if (failure) break;

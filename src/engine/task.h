@@ -6,6 +6,7 @@
 // frames unregisters its descriptor and timer: that is how an exchange is cancelled.
 // Exceptions travel as the result: co_await (or Result()) rethrows them.
 #include <coroutine>
+#include <cstddef>
 #include <exception>
 #include <functional>
 #include <optional>
@@ -36,7 +37,15 @@ struct FinalAwaiter {
   void await_resume() noexcept {}
 };
 
+// Frames come from a per-thread cache of recently freed blocks: a device exchange makes
+// several short-lived frames, and the blocking members make them on every call.
+void* AllocateFrame(std::size_t size);
+void FreeFrame(void* frame, std::size_t size) noexcept;
+
 struct PromiseBase {
+  static void* operator new(std::size_t size) { return AllocateFrame(size); }
+  static void operator delete(void* frame, std::size_t size) noexcept { FreeFrame(frame, size); }
+
   std::coroutine_handle<> continuation;
   std::function<void()> on_done;  // a started task's: told once it has ended
   std::exception_ptr error;

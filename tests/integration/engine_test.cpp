@@ -125,6 +125,25 @@ TEST(EngineTest, KeepsLiveDevicesFreshWhileDeadOnesOnlyCostTheirOwnTime) {
   for (int32_t id : live) EXPECT_EQ(w.engine.State(id), DeviceState::kOnline);
 }
 
+// A device that stops answering goes stale counted from its last good read, not from the
+// read that hangs.
+TEST(EngineTest, StaleCountsFromTheLastGoodRead) {
+  FleetSim fleet(Cameras(1, 0, 0));
+  fleet.Start();
+  Watched w;
+  WatchOptions options;
+  options.interval_ms = 150;  // stale after 300
+  w.AddFleet(fleet, options);
+  ASSERT_TRUE(w.RunUntil([&] { return w.engine.Values(w.ids[0]).size() == 6; }, 1000));
+  // Stopped just after a read: the next one starts an interval later and never ends.
+  fleet.SetInput(0, 1, true);
+  ASSERT_TRUE(w.RunUntil([&] { return w.engine.Values(w.ids[0])[0] == Variant(true); }, 1000));
+  fleet.Stop();
+  const int64_t stopped = Engine::Now();
+  ASSERT_TRUE(w.RunUntil([&] { return w.engine.State(w.ids[0]) == DeviceState::kStale; }, 1000));
+  EXPECT_LE(Engine::Now() - stopped, 2 * options.interval_ms + 75);
+}
+
 struct Ticks final : Callbackable {
   void Callback() override { ++count; }
   int count = 0;
