@@ -1,0 +1,95 @@
+#pragma once
+// What the gateway's end-to-end tests run it against: Debian's mosquitto on a free loopback
+// port with a configuration of its own, a client that records every message, and child
+// processes (the broker, the gateway) that are killed when the test ends.
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct mosquitto;
+
+namespace vmio::gateway::testing {
+
+// A scratch folder, removed with everything in it.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  const std::string& path() const { return path_; }
+  std::string Write(const std::string& name, const std::string& text) const;
+
+ private:
+  std::string path_;
+};
+
+// A program run as a child, its standard error in a file; killed when dropped.
+class Child {
+ public:
+  Child() = default;
+  Child(const std::vector<std::string>& argv, const std::string& log_file);
+  ~Child() { Kill(SIGKILL_); }
+  Child(Child&& other) noexcept : pid_(other.pid_) { other.pid_ = -1; }
+  Child& operator=(Child&& other) noexcept;
+  // Sends the signal and waits for the exit; the exit status (-1 when it was not running).
+  int Kill(int signal);
+  int Wait() { return Kill(0); }
+  bool Running() const { return pid_ > 0; }
+
+ private:
+  static constexpr int SIGKILL_ = 9;
+  pid_t pid_ = -1;
+};
+
+// The broker: started on a port of its own, stopped by killing it (as a crash would).
+class Broker {
+ public:
+  explicit Broker(const TempDir& dir);
+  void Start();
+  void Kill() { process_.Kill(9); }
+  int port() const { return port_; }
+
+ private:
+  const TempDir& dir_;
+  int port_;
+  Child process_;
+};
+
+struct Received {
+  std::string topic;
+  std::string payload;
+  bool retained;
+  std::chrono::steady_clock::time_point at;
+};
+
+// A client subscribed to everything, reconnecting (and subscribing again) when the broker
+// comes back; runs libmosquitto's own thread, which a test may.
+class Recorder {
+ public:
+  explicit Recorder(int port);
+  ~Recorder();
+  void Publish(const std::string& topic, const std::string& payload, bool retain = false);
+  // Waits until a message received at or after `from` (its index) matches, and returns it;
+  // fails the test (and returns nothing) after timeout.
+  std::optional<Received> WaitFor(const std::function<bool(const Received&)>& match, std::chrono::milliseconds timeout,
+                                  size_t from = 0);
+  std::optional<Received> WaitFor(const std::string& topic, const std::string& payload,
+                                  std::chrono::milliseconds timeout, size_t from = 0);
+  size_t Count();
+  std::vector<Received> Since(size_t from);
+
+ private:
+  static void OnConnect(struct mosquitto*, void* self, int rc);
+  static void OnMessage(struct mosquitto*, void* self, const struct mosquitto_message* message);
+  struct mosquitto* mosq_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Received> messages_;
+};
+
+}  // namespace vmio::gateway::testing
