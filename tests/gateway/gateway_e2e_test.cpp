@@ -75,9 +75,9 @@ class GatewayEndToEnd : public ::testing::Test {
     gateway_ = Child({VMIO_GATEWAY_PROGRAM, config_}, dir_.path() + "/gateway.log");
     // Everyone live has published its ports' states and discovery.
     for (const char* name : {"cam", "io", "doomed"}) {
-      recorder_->WaitFor("vmio/" + std::string(name) + "/availability", "online", 10s);
+      ASSERT_TRUE(recorder_->WaitFor("vmio/" + std::string(name) + "/availability", "online", 10s)) << name;
     }
-    recorder_->WaitFor([](const Received& r) { return r.topic == "vmio/cam/0/state"; }, 5s);
+    ASSERT_TRUE(recorder_->WaitFor([](const Received& r) { return r.topic == "vmio/cam/0/state"; }, 5s));
   }
 
   void TearDown() override {
@@ -130,8 +130,8 @@ class GatewayEndToEnd : public ::testing::Test {
 };
 
 TEST_F(GatewayEndToEnd, InputsOutputsAvailabilityAndDiscoveryFollowTheDevices) {
-  recorder_->WaitFor("vmio/bridge/state", "online", 1s);
-  recorder_->WaitFor("vmio/dead/availability", "offline", 1s);
+  EXPECT_TRUE(recorder_->WaitFor("vmio/bridge/state", "online", 1s));
+  EXPECT_TRUE(recorder_->WaitFor("vmio/dead/availability", "offline", 1s));
   const auto ports = CameraPorts();
   ASSERT_EQ(ports.at("binary_sensor").size(), 2u);
   ASSERT_EQ(ports.at("switch").size(), 1u);
@@ -158,7 +158,7 @@ TEST_F(GatewayEndToEnd, InputsOutputsAvailabilityAndDiscoveryFollowTheDevices) {
   // A set switches the output at the device and is answered by the new state.
   const std::string output = "vmio/cam/" + std::to_string(ports.at("switch")[0]);
   from = recorder_->Count();
-  recorder_->Publish(output + "/set", "ON");
+  ASSERT_TRUE(recorder_->Publish(output + "/set", "ON"));
   ASSERT_TRUE(recorder_->WaitFor(output + "/state", "ON", 3s, from));
   EXPECT_EQ(fleet_->Output(cam, 1), 1);
 
@@ -191,7 +191,7 @@ TEST_F(GatewayEndToEnd, ADeviceThatDiesGoesOfflineWithinTwoIntervalsWhileTheOthe
 TEST_F(GatewayEndToEnd, EveryStateComesBackAfterABrokerRestartAndWhenHomeAssistantAnnouncesItself) {
   fleet_->SetInput(index_.at("cam"), 1, true);
   const auto ports = CameraPorts();
-  recorder_->WaitFor("vmio/cam/" + std::to_string(ports.at("binary_sensor")[0]) + "/state", "ON", 3s);
+  ASSERT_TRUE(recorder_->WaitFor("vmio/cam/" + std::to_string(ports.at("binary_sensor")[0]) + "/state", "ON", 3s));
   std::this_thread::sleep_for(std::chrono::milliseconds(kIntervalMs));  // the module's states too
   const std::map<std::string, std::string> before = States();
   ASSERT_GE(before.size(), 4u);
@@ -210,12 +210,12 @@ TEST_F(GatewayEndToEnd, EveryStateComesBackAfterABrokerRestartAndWhenHomeAssista
   const size_t from = recorder_->Count();
   std::this_thread::sleep_for(300ms);
   broker_.Start();  // forgot everything: no persistence
-  recorder_->WaitFor("vmio/bridge/state", "online", 10s, from);
+  ASSERT_TRUE(recorder_->WaitFor("vmio/bridge/state", "online", 10s, from));
   all_again(from, "after the broker restart");
   EXPECT_NE(ReadFile(dir_.path() + "/gateway.log").find("broker: reconnected"), std::string::npos);
 
   const size_t announced = recorder_->Count();
-  recorder_->Publish("homeassistant/status", "online");
+  ASSERT_TRUE(recorder_->Publish("homeassistant/status", "online"));
   all_again(announced, "after homeassistant/status online");
 }
 
@@ -230,18 +230,18 @@ TEST_F(GatewayEndToEnd, BadSetsAreAnsweredOnTheErrorTopicAndChangeNothingAndAFlo
   };
 
   size_t from = recorder_->Count();
-  recorder_->Publish(output + "/set", "maybe");
+  ASSERT_TRUE(recorder_->Publish(output + "/set", "maybe"));
   EXPECT_EQ(error_number(output + "/error", from), 13);
   from = recorder_->Count();
-  recorder_->Publish("vmio/cam/99/set", "ON");
+  ASSERT_TRUE(recorder_->Publish("vmio/cam/99/set", "ON"));
   EXPECT_EQ(error_number("vmio/cam/99/error", from), 9);
   from = recorder_->Count();
-  recorder_->Publish(input + "/set", "ON");
+  ASSERT_TRUE(recorder_->Publish(input + "/set", "ON"));
   EXPECT_EQ(error_number(input + "/error", from), 45004);  // the driver's own refusal
   // A retained command is never obeyed (it would switch again at every start).
-  recorder_->Publish(output + "/set", "ON", true);
+  ASSERT_TRUE(recorder_->Publish(output + "/set", "ON", true));
   std::this_thread::sleep_for(std::chrono::milliseconds(2 * kIntervalMs));
-  recorder_->Publish(output + "/set", "", true);  // clears it
+  ASSERT_TRUE(recorder_->Publish(output + "/set", "", true));  // clears it
   EXPECT_EQ(fleet_->Output(cam, 1), 0);
   EXPECT_EQ(fleet_->Input(cam, 1), 0);
   for (const Received& r : recorder_->Since(0)) {
@@ -251,7 +251,7 @@ TEST_F(GatewayEndToEnd, BadSetsAreAnsweredOnTheErrorTopicAndChangeNothingAndAFlo
 
   // A flood: at most four wait per device, the oldest dropped and counted; the last one wins.
   constexpr int kSets = 200;
-  for (int i = 0; i < kSets; ++i) recorder_->Publish(output + "/set", i % 2 ? "ON" : "OFF");
+  for (int i = 0; i < kSets; ++i) ASSERT_TRUE(recorder_->Publish(output + "/set", i % 2 ? "ON" : "OFF"));
   ASSERT_TRUE(recorder_->WaitFor(
       [&](const Received& r) {
         if (r.topic != "vmio/bridge/stats") return false;

@@ -1,7 +1,6 @@
 #include "mqtt_harness.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <mosquitto.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -11,6 +10,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <thread>
 
 namespace vmio::gateway::testing {
@@ -93,10 +93,10 @@ void Broker::Start() {
       "mosquitto.conf", "listener " + std::to_string(port_) + " 127.0.0.1\nallow_anonymous true\npersistence false\n");
   process_ = Child({"/usr/sbin/mosquitto", "-c", conf}, dir_.path() + "/mosquitto.log");
   for (int i = 0; i < 100 && !Accepts(port_); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  ASSERT_TRUE(Accepts(port_)) << "mosquitto did not start on port " << port_;
+  if (!Accepts(port_)) throw std::runtime_error("mosquitto did not start on port " + std::to_string(port_));
 }
 
-Recorder::Recorder(int port) {
+Recorder::Recorder(int port, std::string filter) : filter_(std::move(filter)) {
   mosquitto_lib_init();
   mosq_ = mosquitto_new(nullptr, true, this);
   mosquitto_connect_callback_set(mosq_, &OnConnect);
@@ -112,8 +112,8 @@ Recorder::~Recorder() {
   mosquitto_destroy(mosq_);
 }
 
-void Recorder::OnConnect(struct mosquitto* mosq, void*, int rc) {
-  if (rc == 0) mosquitto_subscribe(mosq, nullptr, "#", 1);
+void Recorder::OnConnect(struct mosquitto* mosq, void* self, int rc) {
+  if (rc == 0) mosquitto_subscribe(mosq, nullptr, static_cast<Recorder*>(self)->filter_.c_str(), 1);
 }
 
 void Recorder::OnMessage(struct mosquitto*, void* self, const struct mosquitto_message* message) {
@@ -121,6 +121,7 @@ void Recorder::OnMessage(struct mosquitto*, void* self, const struct mosquitto_m
   Received r{message->topic, std::string(static_cast<const char*>(message->payload), message->payloadlen),
              message->retain, std::chrono::steady_clock::now()};
   std::lock_guard lock(recorder->mutex_);
+  if (recorder->listener_) return recorder->listener_(r);
   recorder->messages_.push_back(std::move(r));
   recorder->changed_.notify_all();
 }
@@ -142,15 +143,17 @@ std::optional<Received> Recorder::WaitFor(const std::function<bool(const Receive
     }
     if (changed_.wait_until(lock, deadline) == std::cv_status::timeout && seen == messages_.size()) break;
   }
-  ADD_FAILURE() << "no matching message within " << timeout.count() << " ms";
   return std::nullopt;
 }
 
 std::optional<Received> Recorder::WaitFor(const std::string& topic, const std::string& payload,
                                           std::chrono::milliseconds timeout, size_t from) {
-  auto found = WaitFor([&](const Received& r) { return r.topic == topic && r.payload == payload; }, timeout, from);
-  if (!found) ADD_FAILURE() << "waited for " << topic << " = " << payload;
-  return found;
+  return WaitFor([&](const Received& r) { return r.topic == topic && r.payload == payload; }, timeout, from);
+}
+
+void Recorder::SetListener(std::function<void(const Received&)> listener) {
+  std::lock_guard lock(mutex_);
+  listener_ = std::move(listener);
 }
 
 size_t Recorder::Count() {

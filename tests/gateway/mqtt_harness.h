@@ -40,13 +40,15 @@ class Child {
   int Kill(int signal);
   int Wait() { return Kill(0); }
   bool Running() const { return pid_ > 0; }
+  pid_t Pid() const { return pid_; }
 
  private:
   static constexpr int SIGKILL_ = 9;
   pid_t pid_ = -1;
 };
 
-// The broker: started on a port of its own, stopped by killing it (as a crash would).
+// The broker: started on a port of its own, stopped by killing it (as a crash would). Start
+// raises std::runtime_error when it does not listen within two seconds.
 class Broker {
  public:
   explicit Broker(const TempDir& dir);
@@ -71,15 +73,19 @@ struct Received {
 // comes back; runs libmosquitto's own thread, which a test may.
 class Recorder {
  public:
-  explicit Recorder(int port);
+  // Subscribes to filter.
+  explicit Recorder(int port, std::string filter = "#");
   ~Recorder();
-  void Publish(const std::string& topic, const std::string& payload, bool retain = false);
+  // Queued to the broker (QoS 1); false when the client cannot queue it.
+  bool Publish(const std::string& topic, const std::string& payload, bool retain = false);
   // Waits until a message received at or after `from` (its index) matches, and returns it;
-  // fails the test (and returns nothing) after timeout.
+  // nothing after timeout.
   std::optional<Received> WaitFor(const std::function<bool(const Received&)>& match, std::chrono::milliseconds timeout,
                                   size_t from = 0);
   std::optional<Received> WaitFor(const std::string& topic, const std::string& payload,
                                   std::chrono::milliseconds timeout, size_t from = 0);
+  // Called with every message as it arrives, on the client's thread, instead of keeping it.
+  void SetListener(std::function<void(const Received&)> listener);
   size_t Count();
   std::vector<Received> Since(size_t from);
 
@@ -87,9 +93,11 @@ class Recorder {
   static void OnConnect(struct mosquitto*, void* self, int rc);
   static void OnMessage(struct mosquitto*, void* self, const struct mosquitto_message* message);
   struct mosquitto* mosq_;
+  std::string filter_;
   std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Received> messages_;
+  std::function<void(const Received&)> listener_;  // takes the messages instead of the list
 };
 
 }  // namespace vmio::gateway::testing

@@ -1,4 +1,6 @@
 // vmio-gateway: every configured device's ports on an MQTT broker, on one thread.
+#include <sys/resource.h>
+
 #include <csignal>
 #include <cstring>
 #include <exception>
@@ -25,9 +27,20 @@ constexpr const char* kUsage =
     "       vmio-gateway --check CONFIG check the configuration and exit\n"
     "       vmio-gateway --version\n";
 
+// A connected device holds a descriptor: a site of a thousand needs more than the usual soft
+// limit of 1,024, and the hard limit is ours to take.
+void RaiseDescriptorLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+}
+
 int Run(const vmio::gateway::Config& config) {
   using namespace vmio::gateway;
   SetLogLevel(config.log_level);
+  RaiseDescriptorLimit();
   vmio::Engine engine;
   const Topics topics(config.mqtt.prefix);
   Bridge* bridge_ptr = nullptr;
