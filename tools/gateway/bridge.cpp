@@ -97,7 +97,7 @@ void Bridge::Set(Device& device, const std::string& port_text, const std::string
     return;
   }
   if (device.ports.empty() && !LearnPorts(device)) {
-    return reject(IOErrorNotConnected, AutomationError(IOErrorNotConnected).Description());
+    return reject(IOErrorNotConnected, "Not connected");  // the drivers' text for 45003
   }
   if (*port >= static_cast<int32_t>(device.ports.size())) {
     return reject(kSubscriptOutOfRange, AutomationError(kSubscriptOutOfRange).Description());
