@@ -19,7 +19,8 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kIntervalMs = 500;
+// Longer than the drivers' 500 ms read cache, so every read reaches the device.
+constexpr int kIntervalMs = 600;
 // What the loaded two-core test machine may add to a deadline.
 constexpr auto kSlack = 250ms;
 
@@ -78,6 +79,13 @@ class GatewayEndToEnd : public ::testing::Test {
       ASSERT_TRUE(recorder_->WaitFor("vmio/" + std::string(name) + "/availability", "online", 10s)) << name;
     }
     ASSERT_TRUE(recorder_->WaitFor([](const Received& r) { return r.topic == "vmio/cam/0/state"; }, 5s));
+    for (const char* component : {"binary_sensor", "switch"}) {
+      ASSERT_TRUE(recorder_->WaitFor(
+          [&](const Received& r) {
+            return r.topic.starts_with("homeassistant/" + std::string(component) + "/vmio_cam/");
+          },
+          1s));
+    }
   }
 
   void TearDown() override {
@@ -137,7 +145,6 @@ TEST_F(GatewayEndToEnd, InputsOutputsAvailabilityAndDiscoveryFollowTheDevices) {
   ASSERT_EQ(ports.at("switch").size(), 1u);
   for (const Received& r : recorder_->Since(0)) {
     if (!r.topic.starts_with("homeassistant/")) continue;
-    EXPECT_TRUE(r.retained) << r.topic;
     const json config = json::parse(r.payload);
     EXPECT_FALSE(config["unique_id"].get<std::string>().empty());
     EXPECT_TRUE(config["device"].contains("identifiers"));
@@ -166,6 +173,8 @@ TEST_F(GatewayEndToEnd, InputsOutputsAvailabilityAndDiscoveryFollowTheDevices) {
   Recorder late(broker_.port());
   ASSERT_TRUE(late.WaitFor([&](const Received& r) { return r.topic == input && r.payload == "ON" && r.retained; }, 3s));
   ASSERT_TRUE(late.WaitFor("vmio/bridge/state", "online", 1s));
+  ASSERT_TRUE(late.WaitFor(
+      [](const Received& r) { return r.topic.starts_with("homeassistant/switch/vmio_cam/") && r.retained; }, 1s));
 
   // The module's ports publish too.
   EXPECT_TRUE(
@@ -177,7 +186,7 @@ TEST_F(GatewayEndToEnd, ADeviceThatDiesGoesOfflineWithinTwoIntervalsWhileTheOthe
   const std::string input = "vmio/cam/" + std::to_string(ports.at("binary_sensor")[0]) + "/state";
   const size_t from = recorder_->Count();
   const auto died = Clock::now();
-  doomed_->Stop();
+  doomed_.reset();  // its sockets closed: refused from now on
   fleet_->SetInput(index_.at("cam"), 1, true);
   const auto seen = recorder_->WaitFor(input, "ON", 3s, from);
   const auto offline = recorder_->WaitFor("vmio/doomed/availability", "offline", 5s, from);
@@ -238,16 +247,28 @@ TEST_F(GatewayEndToEnd, BadSetsAreAnsweredOnTheErrorTopicAndChangeNothingAndAFlo
   from = recorder_->Count();
   ASSERT_TRUE(recorder_->Publish(input + "/set", "ON"));
   EXPECT_EQ(error_number(input + "/error", from), 45004);  // the driver's own refusal
-  // A retained command is never obeyed (it would switch again at every start).
+  // A retained command, which the broker hands over at every (re)subscription, is never obeyed:
+  // it would switch the output again at every start.
+  EXPECT_EQ(gateway_.Kill(SIGTERM), 0);
+  from = recorder_->Count();
   ASSERT_TRUE(recorder_->Publish(output + "/set", "ON", true));
+  ASSERT_TRUE(recorder_->WaitFor(output + "/set", "ON", 3s, from));  // the broker holds it
+  from = recorder_->Count();
+  gateway_ = Child({VMIO_GATEWAY_PROGRAM, config_}, dir_.path() + "/gateway.log");
+  ASSERT_TRUE(recorder_->WaitFor("vmio/cam/availability", "online", 5s, from));
   std::this_thread::sleep_for(std::chrono::milliseconds(2 * kIntervalMs));
-  ASSERT_TRUE(recorder_->Publish(output + "/set", "", true));  // clears it
+  EXPECT_NE(ReadFile(dir_.path() + "/gateway.log").find("ignored retained set on " + output + "/set"),
+            std::string::npos);
   EXPECT_EQ(fleet_->Output(cam, 1), 0);
   EXPECT_EQ(fleet_->Input(cam, 1), 0);
   for (const Received& r : recorder_->Since(0)) {
     EXPECT_FALSE(r.topic == output + "/state" && r.payload == "ON") << "a refused set changed the output";
     EXPECT_FALSE(r.topic == input + "/state" && r.payload == "ON") << "a write to an input changed it";
   }
+
+  from = recorder_->Count();
+  ASSERT_TRUE(recorder_->Publish(output + "/set", "", true));  // deletes the retained command
+  ASSERT_TRUE(recorder_->WaitFor([&](const Received& r) { return r.topic == output + "/error"; }, 3s, from));
 
   // A flood: at most four wait per device, the oldest dropped and counted; the last one wins.
   constexpr int kSets = 200;

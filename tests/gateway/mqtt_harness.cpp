@@ -126,10 +126,9 @@ void Recorder::OnMessage(struct mosquitto*, void* self, const struct mosquitto_m
   recorder->changed_.notify_all();
 }
 
-void Recorder::Publish(const std::string& topic, const std::string& payload, bool retain) {
-  ASSERT_EQ(
-      mosquitto_publish(mosq_, nullptr, topic.c_str(), static_cast<int>(payload.size()), payload.data(), 1, retain),
-      MOSQ_ERR_SUCCESS);
+bool Recorder::Publish(const std::string& topic, const std::string& payload, bool retain) {
+  return mosquitto_publish(mosq_, nullptr, topic.c_str(), static_cast<int>(payload.size()), payload.data(), 1,
+                           retain) == MOSQ_ERR_SUCCESS;
 }
 
 std::optional<Received> Recorder::WaitFor(const std::function<bool(const Received&)>& match,

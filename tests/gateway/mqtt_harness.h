@@ -13,6 +13,7 @@
 #include <vector>
 
 struct mosquitto;
+struct mosquitto_message;
 
 namespace vmio::gateway::testing {
 

@@ -1,5 +1,7 @@
 #include "bridge.h"
 
+#include <algorithm>
+
 #include "credentials.h"
 #include "json.h"
 #include "vmio/error.h"
@@ -15,6 +17,9 @@ using cli::JsonObject;
 // blocking write would raise for the same mistake.
 constexpr int32_t kSubscriptOutOfRange = 9;
 constexpr int32_t kTypeMismatch = 13;
+// A device answers for its port table only between its exchanges, which are short: ask again
+// this soon.
+constexpr int64_t kLearnRetryMs = 20;
 
 WatchOptions OptionsFor(const DeviceConfig& device) {
   WatchOptions options;
@@ -197,18 +202,19 @@ bool Bridge::LearnPorts(Device& device) {
       ports.push_back(std::move(port));
     }
   } catch (const AutomationError& e) {
-    // Not connected yet, or in the middle of an exchange: the next event asks again.
+    // Not connected yet, or in the middle of an exchange: ask again soon.
     Log(LogLevel::kDebug, device.config.name + ": port table not available yet (" + e.Description() + ")");
+    if (learn_at_ < 0) learn_at_ = Engine::Now() + kLearnRetryMs;
     return false;
   }
   device.ports = std::move(ports);
   device.states.assign(device.ports.size(), "");
-  // The values read before the table was known.
+  // The entities first, then the values read before the table was known.
+  PublishDiscovery(device);
   const std::vector<Variant> values = engine_.Values(device.id);
   for (size_t i = 0; i < values.size() && i < device.ports.size(); ++i) {
     PublishState(device, static_cast<int32_t>(i), StateText(values[i]), Engine::Now(), false);
   }
-  PublishDiscovery(device);
   return true;
 }
 
@@ -250,7 +256,19 @@ void Bridge::PublishError(const Device& device, int32_t port, int32_t number, co
                 false, 0);
 }
 
+int64_t Bridge::Timeout(int64_t now_ms) const {
+  int64_t due = stats_at_;
+  if (learn_at_ >= 0) due = std::min(due, learn_at_);
+  return std::max<int64_t>(0, due - now_ms);
+}
+
 void Bridge::RunTimers(int64_t now_ms) {
+  if (learn_at_ >= 0 && now_ms >= learn_at_) {
+    learn_at_ = -1;
+    for (Device& device : devices_) {
+      if (device.ports.empty() && Available(device.state)) LearnPorts(device);
+    }
+  }
   if (now_ms < stats_at_) return;
   stats_at_ = now_ms + config_.mqtt.stats_interval_ms;
   PublishStats();

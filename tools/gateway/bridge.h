@@ -27,7 +27,7 @@ class Bridge {
   // Takes the engine's waiting events.
   void DrainEvents();
   // Milliseconds until RunTimers is due; the statistics are published on it.
-  int64_t Timeout(int64_t now_ms) const { return now_ms >= stats_at_ ? 0 : stats_at_ - now_ms; }
+  int64_t Timeout(int64_t now_ms) const;
   void RunTimers(int64_t now_ms);
 
  private:
@@ -71,6 +71,7 @@ class Bridge {
   std::map<int32_t, size_t> by_id_;
   Stats stats_;
   int64_t stats_at_ = 0;
+  int64_t learn_at_ = -1;  // when to ask again for port tables the devices were too busy to give
 };
 
 // Online and stale both show as available: a stale device still holds its last good values
