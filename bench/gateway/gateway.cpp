@@ -55,9 +55,18 @@ double StatusMiB(pid_t pid, const std::string& key) {
 }
 
 std::string Name(size_t i) {
-  char name[16];
-  std::snprintf(name, sizeof name, "d%04zu", i);
-  return name;
+  std::string digits = std::to_string(i);
+  return "d" + std::string(digits.size() < 4 ? 4 - digits.size() : 0, '0') + digits;
+}
+
+// The lines of a log that hold word, at most 40.
+std::string Lines(std::istream& log, const std::string& word) {
+  std::string found;
+  int count = 0;
+  for (std::string line; std::getline(log, line) && count < 40;) {
+    if (line.find(word) != std::string::npos) found += line + "\n", ++count;
+  }
+  return found;
 }
 
 double Percentile(std::vector<double> v, double p) {
@@ -77,31 +86,12 @@ int main(int argc, char** argv) {
   TempDir dir;
   Broker broker(dir);
   broker.Start();
-  vmio::sim::FleetOptions options;
-  options.devices = devices;
-  options.adam = devices / 10;
-  options.silent = dead / 2;
-  options.unaccepting = dead - dead / 2;
-  options.base = "127." + std::to_string(60 + getpid() % 150) + ".0.1";
-  vmio::sim::FleetSim fleet(options);
-  fleet.Start();
-
-  std::string config = "log_level: warning\nmqtt:\n  host: 127.0.0.1\n  port: " + std::to_string(broker.port()) +
-                       "\n  stats_interval_ms: 5000\ndevices:\n";
-  std::vector<size_t> cameras;  // live ones: their first input is switched
-  for (size_t i = 0; i < fleet.Devices().size(); ++i) {
-    const vmio::sim::FleetDevice& d = fleet.Devices()[i];
-    config += "  - {name: " + Name(i) + ", class: " + d.progid + ", device: '" + d.device +
-              "', interval_ms: " + std::to_string(interval_ms) + "}\n";
-    if (d.make == vmio::sim::FleetMake::Axis && d.health == vmio::sim::FleetHealth::Live) cameras.push_back(i);
-  }
-  const std::string config_file = dir.Write("gateway.yaml", config);
-
   // What the subscriber waits for: device -> (payload, when it was switched).
   std::mutex mutex;
   std::map<std::string, std::pair<std::string, Clock::time_point>> pending;
   std::vector<double> latencies_ms;
   int online = 0;
+  // Before the fleet takes thousands of descriptors: libmosquitto's own loop uses select().
   Recorder recorder(broker.port(), "vmio/#");
   recorder.SetListener([&](const Received& r) {
     std::lock_guard lock(mutex);
@@ -116,6 +106,26 @@ int main(int argc, char** argv) {
     pending.erase(it);
   });
 
+  vmio::sim::FleetOptions options;
+  options.devices = devices;
+  options.adam = devices / 10;
+  options.silent = dead / 2;
+  options.unaccepting = dead - dead / 2;
+  options.base = "127." + std::to_string(60 + getpid() % 150) + ".0.1";
+  vmio::sim::FleetSim fleet(options);
+  fleet.Start();
+
+  std::string config = "log_level: info\nmqtt:\n  host: 127.0.0.1\n  port: " + std::to_string(broker.port()) +
+                       "\n  stats_interval_ms: 5000\ndevices:\n";
+  std::vector<size_t> cameras;  // live ones: their first input is switched
+  for (size_t i = 0; i < fleet.Devices().size(); ++i) {
+    const vmio::sim::FleetDevice& d = fleet.Devices()[i];
+    config += "  - {name: " + Name(i) + ", class: " + d.progid + ", device: '" + d.device +
+              "', interval_ms: " + std::to_string(interval_ms) + "}\n";
+    if (d.make == vmio::sim::FleetMake::Axis && d.health == vmio::sim::FleetHealth::Live) cameras.push_back(i);
+  }
+  const std::string config_file = dir.Write("gateway.yaml", config);
+
   const auto started = Clock::now();
   Child gateway({VMIO_GATEWAY_PROGRAM, config_file}, dir.path() + "/gateway.log");
   const pid_t pid = gateway.Pid();
@@ -128,6 +138,14 @@ int main(int argc, char** argv) {
     std::this_thread::sleep_for(50ms);
   }
   const double all_online_s = std::chrono::duration<double>(Clock::now() - started).count();
+  {
+    std::lock_guard lock(mutex);
+    if (online < live) {
+      std::ifstream log(dir.path() + "/gateway.log");
+      std::printf("only %d of %d live devices came online; the gateway's log:\n%s\n", online, live,
+                  Lines(log, "broker").c_str());
+    }
+  }
   std::this_thread::sleep_for(3s);  // the first values and discovery are out
 
   // One switch every 20 ms, each camera at most once in flight.

@@ -61,6 +61,7 @@ Child::Child(const std::vector<std::string>& argv, const std::string& log_file) 
     const int log = open(log_file.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
     dup2(log, 2);
     dup2(log, 1);
+    close_range(3, ~0U, 0);  // none of the parent's sockets (a fleet's thousands) for the child
     std::vector<char*> args;
     for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);

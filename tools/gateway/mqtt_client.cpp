@@ -1,6 +1,7 @@
 #include "mqtt_client.h"
 
 #include <mosquitto.h>
+#include <poll.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -134,9 +135,12 @@ void MqttClient::Subscribe(const std::string& filter) {
 
 void MqttClient::Close(int timeout_ms) {
   if (!connected_) return;
+  // Our own wait, not mosquitto_loop: that one selects, and a large site's socket lies
+  // beyond select's reach.
   const int64_t deadline = Engine::Now() + timeout_ms;
-  while (connected_ && mosquitto_want_write(mosq_) && Engine::Now() < deadline) {
-    if (mosquitto_loop(mosq_, 50, 1) != MOSQ_ERR_SUCCESS) break;
+  while (mosquitto_want_write(mosq_) && Engine::Now() < deadline) {
+    pollfd p{mosquitto_socket(mosq_), POLLOUT, 0};
+    if (poll(&p, 1, 50) < 0 || mosquitto_loop_write(mosq_, 1) != MOSQ_ERR_SUCCESS) break;
   }
   mosquitto_disconnect(mosq_);
   if (mosquitto_want_write(mosq_)) mosquitto_loop_write(mosq_, 1);
