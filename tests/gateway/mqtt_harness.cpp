@@ -14,10 +14,8 @@
 #include <thread>
 
 namespace vmio::gateway::testing {
-namespace {
-
 // A port nobody listens on now; the broker binds it a moment later.
-int FreePort() {
+int Broker::FreePort() {
   const int fd = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in a{};
   a.sin_family = AF_INET;
@@ -28,6 +26,8 @@ int FreePort() {
   close(fd);
   return ntohs(a.sin_port);
 }
+
+namespace {
 
 bool Accepts(int port) {
   const int fd = socket(AF_INET, SOCK_STREAM, 0);
@@ -86,12 +86,13 @@ int Child::Kill(int signal) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-Broker::Broker(const TempDir& dir) : dir_(dir), port_(FreePort()) {}
+Broker::Broker(const TempDir& dir, std::string extra) : dir_(dir), extra_(std::move(extra)), port_(FreePort()) {}
 
 void Broker::Start() {
   // No persistence: a restarted broker has forgotten every retained message, the worst case.
-  const std::string conf = dir_.Write(
-      "mosquitto.conf", "listener " + std::to_string(port_) + " 127.0.0.1\nallow_anonymous true\npersistence false\n");
+  const std::string conf =
+      dir_.Write("mosquitto.conf", "per_listener_settings true\npersistence false\nlistener " + std::to_string(port_) +
+                                       " 127.0.0.1\nallow_anonymous true\n" + extra_);
   process_ = Child({"/usr/sbin/mosquitto", "-c", conf}, dir_.path() + "/mosquitto.log");
   for (int i = 0; i < 100 && !Accepts(port_); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
   if (!Accepts(port_)) throw std::runtime_error("mosquitto did not start on port " + std::to_string(port_));

@@ -52,13 +52,17 @@ class Child {
 // raises std::runtime_error when it does not listen within two seconds.
 class Broker {
  public:
-  explicit Broker(const TempDir& dir);
+  // extra: more configuration after the plain anonymous listener (another listener, say).
+  explicit Broker(const TempDir& dir, std::string extra = "");
   void Start();
   void Kill() { process_.Kill(9); }
   int port() const { return port_; }
+  // A port nobody listens on now, for another listener.
+  static int FreePort();
 
  private:
   const TempDir& dir_;
+  std::string extra_;
   int port_;
   Child process_;
 };

@@ -157,6 +157,7 @@ void Bridge::OnEvent(const EngineEvent& event) {
       std::string line = name + ": " + DeviceStateName(event.state);
       if (event.state == DeviceState::kOffline && !device.last_error.empty()) line += " (" + device.last_error + ")";
       Log(event.state == DeviceState::kOffline ? LogLevel::kWarning : LogLevel::kInfo, line);
+      if (Available(event.state)) device.last_error.clear();  // a new failure is news again
       if (Available(event.state) && device.ports.empty()) LearnPorts(device);
       if (Available(event.state) != was_available || event.state == DeviceState::kOffline) PublishAvailability(device);
       break;

@@ -106,12 +106,15 @@ void MqttClient::Connect(int64_t now_ms) {
 
 void MqttClient::Lost(int64_t now_ms, const std::string& why) {
   if (!socket_open_) return;
+  const std::string where = config_.host + ":" + std::to_string(config_.port);
   if (connected_) {
-    Log(LogLevel::kWarning, "broker: connection to " + config_.host + ":" + std::to_string(config_.port) + " lost (" +
-                                why + "), reconnecting");
+    Log(LogLevel::kWarning, "broker: connection to " + where + " lost (" + why + "), reconnecting");
   } else {
-    Log(LogLevel::kDebug, "broker: cannot connect to " + config_.host + ":" + std::to_string(config_.port) + " (" +
-                              why + "), next try in " + std::to_string(backoff_ms_) + " ms");
+    // The first failure of a series is worth a warning (a wrong password, a wrong CA); the
+    // retries are not.
+    Log(failures_ == 0 ? LogLevel::kWarning : LogLevel::kDebug,
+        "broker: cannot connect to " + where + " (" + why + "), next try in " + std::to_string(backoff_ms_) + " ms");
+    ++failures_;
   }
   connected_ = false;
   socket_open_ = false;
@@ -159,6 +162,7 @@ void MqttClient::OnConnect(struct mosquitto*, void* self, int rc) {
   Log(LogLevel::kInfo, std::string("broker: ") + (client->reconnects_ ? "reconnected to " : "connected to ") + where);
   ++client->reconnects_;
   client->connected_ = true;
+  client->failures_ = 0;
   client->backoff_ms_ = kFirstBackoffMs;
   if (client->handlers_.connected) client->handlers_.connected();
 }

@@ -61,6 +61,7 @@ class MqttClient {
   int64_t backoff_ms_ = kFirstBackoffMs;
   int64_t misc_at_ = 0;
   int reconnects_ = 0;
+  int failures_ = 0;  // connects failed since the last success
   static constexpr int64_t kFirstBackoffMs = 500;
 };
 
