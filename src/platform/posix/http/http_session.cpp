@@ -15,7 +15,10 @@
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 
+#include <sys/socket.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -125,6 +128,8 @@ class CurlSession final : public HttpSession {
     curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
     curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, &CurlSession::OnWrite);
     curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_OPENSOCKETFUNCTION, &CurlSession::OnOpenSocket);
+    curl_easy_setopt(easy_, CURLOPT_OPENSOCKETDATA, this);
     curl_easy_setopt(easy_, CURLOPT_SOCKOPTFUNCTION, &CurlSession::OnNewSocket);
     curl_easy_setopt(easy_, CURLOPT_SOCKOPTDATA, this);
     curl_easy_setopt(easy_, CURLOPT_PREREQFUNCTION, &CurlSession::OnSending);
@@ -150,6 +155,7 @@ class CurlSession final : public HttpSession {
     headers_done_ = false;
     informational_ = false;
     stopped_ = false;
+    no_descriptor_ = false;
     sent_ = false;
     timed_out_ = false;
     over_limit_ = false;
@@ -264,6 +270,7 @@ class CurlSession final : public HttpSession {
 
   HttpOutcome Classify(CURLcode code) const {
     if (stopped_) return HttpOutcome::Stopped;
+    if (code != CURLE_OK && no_descriptor_) return HttpOutcome::NoDescriptor;
     switch (code) {
       case CURLE_OK:
         return HttpOutcome::Complete;
@@ -348,6 +355,15 @@ class CurlSession final : public HttpSession {
     return size * count;
   }
 
+  // libcurl says only that it could not connect; why matters when the process is out of
+  // descriptors, which is no fault of the device.
+  static curl_socket_t OnOpenSocket(void* self_ptr, curlsocktype, curl_sockaddr* address) {
+    const curl_socket_t fd = socket(address->family, address->socktype, address->protocol);
+    if (fd == CURL_SOCKET_BAD && (errno == EMFILE || errno == ENFILE))
+      static_cast<CurlSession*>(self_ptr)->no_descriptor_ = true;
+    return fd;
+  }
+
   // A new connection is being opened: until a request goes out on it, the connect time-out
   // rules, and whatever response headers came before belong to an earlier exchange.
   static int OnNewSocket(void* self_ptr, curl_socket_t, curlsocktype) {
@@ -390,6 +406,7 @@ class CurlSession final : public HttpSession {
   bool informational_ = false;                  // the response being read is a 1xx one
   bool headers_done_ = false;                   // a final response's headers are complete
   bool stopped_ = false;                        // the receiver stopped the transfer
+  bool no_descriptor_ = false;                  // a connection's socket failed for want of a descriptor
   bool sent_ = false;                           // a request of this exchange has gone out: the limit runs
   bool timed_out_ = false;
   bool over_limit_ = false;
