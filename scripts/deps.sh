@@ -7,6 +7,7 @@ pkgs=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libc-ares
       python3-venv python3-pip python3-setuptools python3-wheel python3-mypy  # the Python package
       doxygen                                                                 # the API reference
       clang libclang-rt-14-dev  # clang and its runtime: the libFuzzer targets
+      mosquitto mosquitto-clients libmosquitto-dev libyaml-cpp-dev nlohmann-json3-dev openssl  # vmio-gateway and its tests
       dpkg-dev file)  # the .deb packages: cpack finds the programs with file, their dependencies with dpkg-shlibdeps
 if (($#)); then pkgs=("$@"); fi
 missing=()

@@ -21,7 +21,7 @@ fail() {
 (cd "$build" && cpack -G DEB -B "$work/debs" >"$work/cpack.log" 2>&1) || { cat "$work/cpack.log" >&2; fail "cpack failed"; }
 version=$(sed -n 's/^#define VMIO_VERSION_STRING "\([^"]*\)".*$/\1/p' "$build/include/vmio/version.h")
 deb() { echo "$work/debs/$1_${version}_$(dpkg --print-architecture).deb"; }
-for p in libvmio0 libvmio-dev vmio-tools; do [ -f "$(deb $p)" ] || fail "no package $p"; done
+for p in libvmio0 libvmio-dev vmio-tools vmio-gateway; do [ -f "$(deb $p)" ] || fail "no package $p"; done
 
 # The files of each package, without the folders, with the install prefix's "./usr/" cut.
 files() { dpkg-deb -c "$(deb "$1")" | grep -v '^d' | sed -E 's/^([^ ]+ +){5}//; s/ -> .*//; s|^\./usr/||' | sort; }
@@ -49,10 +49,14 @@ expect_files vmio-tools bin/vmio bin/vmio-sim lib/udev/rules.d/60-vmio-logit.rul
   share/man/man1/vmio-sim.1 share/bash-completion/completions/vmio share/bash-completion/completions/vmio-sim
 dpkg-deb -f "$(deb libvmio-dev)" Depends | grep -q "libvmio0 (= $version)" || fail "libvmio-dev does not depend on libvmio0"
 dpkg-deb -f "$(deb vmio-tools)" Depends | grep -q "libvmio0 (= $version)" || fail "vmio-tools does not depend on libvmio0"
+expect_files vmio-gateway bin/vmio-gateway lib/systemd/system/vmio-gateway.service share/man/man1/vmio-gateway.1 \
+  share/doc/vmio-gateway/example.yaml
+dpkg-deb -f "$(deb vmio-gateway)" Depends | grep -q "libvmio0 (= $version)" || fail "vmio-gateway does not depend on libvmio0"
+dpkg-deb -f "$(deb vmio-gateway)" Depends | grep -q "libmosquitto1" || fail "vmio-gateway does not depend on libmosquitto1"
 
 # Unpacked as dpkg would install them, minus the system's library path.
 root=$work/root
-for p in libvmio0 vmio-tools; do dpkg -x "$(deb $p)" "$root"; done
+for p in libvmio0 vmio-tools vmio-gateway; do dpkg -x "$(deb $p)" "$root"; done
 export LD_LIBRARY_PATH=$root/usr/$lib
 vmio=$root/usr/bin/vmio
 needed=$(readelf -d "$vmio" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
@@ -62,6 +66,12 @@ ldd "$vmio" | grep -q "libvmio.so.0 => $root/usr/$lib/libvmio.so.0" || fail "vmi
 
 [[ $("$vmio" --version) == "vmio $version" ]] || fail "vmio --version"
 [[ $("$root/usr/bin/vmio-sim" --version) == "vmio-sim $version" ]] || fail "vmio-sim --version"
+[[ $("$root/usr/bin/vmio-gateway" --version) == "vmio-gateway $version" ]] || fail "vmio-gateway --version"
+readelf -d "$root/usr/bin/vmio-gateway" | grep -q 'NEEDED.*\[libvmio.so.0\]' || fail "vmio-gateway does not link libvmio.so.0"
+"$root/usr/bin/vmio-gateway" --check "$root/usr/share/doc/vmio-gateway/example.yaml" >/dev/null 2>&1 &&
+  fail "vmio-gateway --check accepted the example without its password variable"
+FRONT_CAMERA_PASSWORD=x "$root/usr/bin/vmio-gateway" --check "$root/usr/share/doc/vmio-gateway/example.yaml" >/dev/null ||
+  fail "vmio-gateway --check refused the example"
 "$vmio" classes | grep -q '^VMIO.Axis  *axis  ' || fail "vmio classes"
 
 # A simulated logger: its sensor names come from the table in share/vmio.

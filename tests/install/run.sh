@@ -33,11 +33,12 @@ if grep -E 'TickSource' <<<"$exported"; then
 fi
 for f in include/vmio/vmio.h include/vmio/version.h bin/vmio bin/vmio-sim "share/vmio/LogIT Sensors.txt" \
   lib/udev/rules.d/60-vmio-logit.rules share/man/man1/vmio.1 \
-  share/man/man1/vmio-sim.1 share/bash-completion/completions/vmio share/bash-completion/completions/vmio-sim; do
+  share/man/man1/vmio-sim.1 share/bash-completion/completions/vmio share/bash-completion/completions/vmio-sim \
+  bin/vmio-gateway share/man/man1/vmio-gateway.1 lib/systemd/system/vmio-gateway.service; do
   [ -e "$prefix/$f" ] || { echo "not installed: $f" >&2; exit 1; }
 done
 # Nothing but programs in bin/.
-[ "$(ls "$prefix/bin")" == "$(printf 'vmio\nvmio-sim')" ] || { echo "bin/ holds: $(ls "$prefix/bin")" >&2; exit 1; }
+[ "$(ls "$prefix/bin")" == "$(printf 'vmio\nvmio-gateway\nvmio-sim')" ] || { echo "bin/ holds: $(ls "$prefix/bin")" >&2; exit 1; }
 # vmio is a host of the shared library, which it finds where it is installed.
 vmio_libs=$(LD_LIBRARY_PATH=$libdir ldd "$prefix/bin/vmio")
 grep -q "libvmio.so.0 => $libdir/libvmio.so.0" <<<"$vmio_libs"
