@@ -173,10 +173,10 @@ HTTPClient::HTTPClient() : session_(OpenSession({})) {}
 
 HTTPClient::~HTTPClient() = default;
 
-HttpResponse HTTPClient::Perform(const std::string& URL, const std::string& SendHeaders, const std::string& PostData,
-                                 HttpBodySink& sink) {
+engine::Task<HttpResponse> HTTPClient::Perform(engine::Io& io, std::string URL, std::string SendHeaders,
+                                               std::string PostData, HttpBodySink& sink) {
   // A session that failed to re-open (UserAgent) leaves none: the request cannot start.
-  if (!session_) return Failure(kHttpSessionFailed, "Failed to initialise the HTTP session");
+  if (!session_) co_return Failure(kHttpSessionFailed, "Failed to initialise the HTTP session");
   std::string url_storage;
   std::string headers_storage;
   std::string post_storage;
@@ -185,59 +185,74 @@ HttpResponse HTTPClient::Perform(const std::string& URL, const std::string& Send
   if (access_.insecure) Trace("http: INSECURE: the certificate is not checked, any server can pose as this device");
   // The platform reads the URL as a C string: a NUL would silently send the request somewhere
   // else than the device string says, so such a string names no server at all.
-  if (URL.find('\0') != std::string::npos) return Failure(kHttpConnectFailed, "Failed to connect to the HTTP server.");
-  const HttpResult result = session_->Perform(Ansi(URL, url_storage), Ansi(SendHeaders, headers_storage),
-                                              Ansi(PostData, post_storage), AnsiAccess(access_), exchange);
+  if (URL.find('\0') != std::string::npos)
+    co_return Failure(kHttpConnectFailed, "Failed to connect to the HTTP server.");
+  const HttpResult result = co_await session_->Perform(io, Ansi(URL, url_storage), Ansi(SendHeaders, headers_storage),
+                                                       Ansi(PostData, post_storage), AnsiAccess(access_), exchange);
   if (result.outcome != HttpOutcome::Complete) Trace("http: ", session_->LastResponse());
   switch (result.outcome) {
     case HttpOutcome::Complete:
     case HttpOutcome::Truncated:  // an early close is an end of data, as the platform reports it
       break;
     case HttpOutcome::BadUrl:
-      return Failure(kHttpSessionFailed, "Failed to initialise the HTTP session");
+      co_return Failure(kHttpSessionFailed, "Failed to initialise the HTTP session");
     case HttpOutcome::NoRequest:
-      return Failure(kHttpRequestFailed, "Failed to initialise the HTTP request");
+      co_return Failure(kHttpRequestFailed, "Failed to initialise the HTTP request");
     case HttpOutcome::Offline:
-      return Failure(kHttpRequestFailed, "Windows is in offline mode.");
+      co_return Failure(kHttpRequestFailed, "Windows is in offline mode.");
     case HttpOutcome::NoResponse:
-      return Failure(kHttpConnectFailed, "Failed to connect to the HTTP server.");
+      co_return Failure(kHttpConnectFailed, "Failed to connect to the HTTP server.");
     case HttpOutcome::BodyBroken:
-      return Failure(kHttpReceiveFailed, "Disconnected while recieving data");
+      co_return Failure(kHttpReceiveFailed, "Disconnected while recieving data");
     case HttpOutcome::Stopped:
-      return exchange.StopFailure();
+      co_return exchange.StopFailure();
   }
   try {
     sink.Finish(result.content_length);
   } catch (const AutomationError& e) {
-    return Failure(e.Number(), e.Description());
+    co_return Failure(e.Number(), e.Description());
   }
   last_headers_ = exchange.TakeHeaders();
   HttpResponse response;
   response.headers = last_headers_;
-  return response;
+  co_return response;
 }
 
 HttpResponse HTTPClient::Fetch(const std::string& URL) {
+  return engine::RunBlocking([&](engine::Io& io) { return FetchOn(io, URL); });
+}
+
+engine::Task<HttpResponse> HTTPClient::FetchOn(engine::Io& io, std::string URL) {
   const CallGuard active(working_);
   MemorySink sink;
-  HttpResponse response = Perform(URL, {}, {}, sink);
+  HttpResponse response = co_await Perform(io, std::move(URL), {}, {}, sink);
   if (response.Ok()) response.body = std::move(sink.body);
-  return response;
+  co_return response;
 }
 
 std::vector<uint8_t> HTTPClient::GetResource(const std::string& URL, const std::string& SendHeaders,
                                              const std::string& PostData) {
+  return engine::RunBlocking([&](engine::Io& io) { return GetResourceOn(io, URL, SendHeaders, PostData); });
+}
+
+engine::Task<std::vector<uint8_t>> HTTPClient::GetResourceOn(engine::Io& io, std::string URL, std::string SendHeaders,
+                                                             std::string PostData) {
   const CallGuard active(working_);
   MemorySink sink;
-  Perform(URL, SendHeaders, PostData, sink).RaiseIfFailed();
-  return std::move(sink.body);
+  (co_await Perform(io, std::move(URL), std::move(SendHeaders), std::move(PostData), sink)).RaiseIfFailed();
+  co_return std::move(sink.body);
 }
 
 void HTTPClient::DownloadResource(const std::string& URL, const std::string& FileName, const std::string& SendHeaders,
                                   const std::string& PostData) {
+  engine::RunBlocking([&](engine::Io& io) { return DownloadOn(io, URL, FileName, SendHeaders, PostData); });
+}
+
+engine::Task<void> HTTPClient::DownloadOn(engine::Io& io, std::string URL, std::string FileName,
+                                          std::string SendHeaders, std::string PostData) {
   const CallGuard active(working_);
   FileSink sink(FileName);
-  Perform(URL, SendHeaders, PostData, sink).RaiseIfFailed();
+  (co_await Perform(io, std::move(URL), std::move(SendHeaders), std::move(PostData), sink)).RaiseIfFailed();
 }
 
 std::string HTTPClient::GetResultCode(std::string* Text) const { return StatusCodeOf(last_headers_, Text); }

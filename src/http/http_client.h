@@ -53,6 +53,8 @@ class HTTPClient {
   // back in the result instead of being raised; a Progress handler's own exceptions still
   // propagate.
   HttpResponse Fetch(const std::string& URL);
+  // Fetch as a task on a loop, beside any number of other clients' requests.
+  engine::Task<HttpResponse> FetchOn(engine::Io& io, std::string URL);
   // GET (POST when PostData is not empty) the URL; returns the body of any status.
   std::vector<uint8_t> GetResource(const std::string& URL, const std::string& SendHeaders = {},
                                    const std::string& PostData = {});
@@ -88,9 +90,13 @@ class HTTPClient {
   std::function<void(int32_t Received, int32_t Total, bool& Cancel)> Progress;
 
  private:
+  engine::Task<std::vector<uint8_t>> GetResourceOn(engine::Io& io, std::string URL, std::string SendHeaders,
+                                                   std::string PostData);
+  engine::Task<void> DownloadOn(engine::Io& io, std::string URL, std::string FileName, std::string SendHeaders,
+                                std::string PostData);
   // One request into sink; the client's errors are returned in the result (body left empty).
-  HttpResponse Perform(const std::string& URL, const std::string& SendHeaders, const std::string& PostData,
-                       HttpBodySink& sink);
+  engine::Task<HttpResponse> Perform(engine::Io& io, std::string URL, std::string SendHeaders, std::string PostData,
+                                     HttpBodySink& sink);
 
   std::unique_ptr<HttpSession> session_;
   std::string user_agent_;

@@ -1,13 +1,16 @@
 #pragma once
 // The platform seam under HTTPClient: one open HTTP session of the platform's transport
-// (libcurl on POSIX, WinInet on Windows). It performs one request at a time on the caller's
-// thread and reports what arrived; HTTPClient turns that into bodies, header blocks, Progress
-// events and the client's error numbers.
+// (libcurl on POSIX, WinInet on Windows). It performs one request at a time, as a task on a
+// loop, and reports what arrived; HTTPClient turns that into bodies, header blocks, Progress
+// events and the client's error numbers. libcurl's transfers interleave on the loop; WinInet's
+// block the thread, so there each request runs to its end before any other.
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "engine/io.h"
 
 namespace vmio {
 
@@ -61,8 +64,9 @@ class HttpSession {
   // GET the URL, or POST postData when it is not empty; sendHeaders holds extra request
   // header lines separated by CR LF. Credentials and trust come from access; a URL carrying
   // credentials of its own is refused (BadUrl).
-  virtual HttpResult Perform(const std::string& url, const std::string& sendHeaders, const std::string& postData,
-                             const HttpAccess& access, HttpReceiver& receiver) = 0;
+  // The task keeps its own copies of the texts; receiver must outlive it.
+  virtual engine::Task<HttpResult> Perform(engine::Io& io, std::string url, std::string sendHeaders,
+                                           std::string postData, HttpAccess access, HttpReceiver& receiver) = 0;
   // The transport's own text about the last request: why it failed, "" when it went well.
   virtual std::string LastResponse() const = 0;
 };

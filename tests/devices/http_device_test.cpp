@@ -19,12 +19,14 @@ using sim::HttpSimServer;
 class ProbeDevice final : public HttpDevice {
  public:
   using HttpDevice::BodyText;
-  using HttpDevice::Fetch;
-  using HttpDevice::RequestPath;
-  void BuildPortTable() override {}
+  HttpResponse Fetch(std::string path) { return RunExchange(HttpDevice::Fetch(std::move(path))); }
+  std::optional<std::string> RequestPath(std::string path) {
+    return RunExchange(HttpDevice::RequestPath(std::move(path)));
+  }
+  engine::Task<void> BuildPortTable() override { co_return; }
   int32_t GroupOf(int32_t) override { return kNoGroup; }
-  void ReadGroup(int32_t) override {}
-  void PortValue(int32_t, const Variant&) override {}
+  engine::Task<void> ReadGroup(int32_t) override { co_return; }
+  engine::Task<void> WritePort(int32_t, Variant) override { co_return; }
 };
 
 HttpReply Answer(const HttpRequestInfo& req) {

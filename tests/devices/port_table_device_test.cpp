@@ -10,18 +10,19 @@ namespace {
 // The smallest driver: two inputs and one read-back output, no device behind it.
 class TwoInOneOut : public PortTableDevice {
  public:
-  void BuildPortTable() override {
+  engine::Task<void> BuildPortTable() override {
     ResizePorts(3);
     FillDirections(2);
+    co_return;
   }
   int32_t GroupOf(int32_t) override { return kNoGroup; }
-  void ReadGroup(int32_t) override {}
-  using PortTableDevice::PortValue;
-  void PortValue(int32_t Index, const Variant& NewValue) override {
+  engine::Task<void> ReadGroup(int32_t) override { co_return; }
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override {
     if (auto state = BeginOutputWrite(Index, NewValue)) {
       SetValue(Index, *state);
       ++writes;
     }
+    co_return;
   }
   int writes = 0;
 };
@@ -71,13 +72,17 @@ TEST(PortTable, WritesCheckDirectionThenTypeAndUseTheRunTogetherText) {
 class TwoGroups : public PortTableDevice {
  public:
   explicit TwoGroups(ReadCaching caching) : PortTableDevice(caching) {}
-  void BuildPortTable() override { ResizePorts(2); }
-  void ReadGroup(int32_t Group) override {
+  engine::Task<void> BuildPortTable() override {
+    ResizePorts(2);
+    co_return;
+  }
+  engine::Task<void> ReadGroup(int32_t Group) override {
     ++reads[Group];
     if (fail) RaiseGettingValue();
     SetValue(Group, true);
+    co_return;
   }
-  void PortValue(int32_t, const Variant&) override {}
+  engine::Task<void> WritePort(int32_t, Variant) override { co_return; }
   using PortTableDevice::PortValue;
   using ReadCaching = PortTableDevice::ReadCaching;
   int reads[2] = {0, 0};

@@ -71,7 +71,7 @@ ADAM::ADAM(uint16_t modelQueryPort) : PortTableDevice(ReadCaching::kBeforeRead),
 
 ADAM::~ADAM() { Disconnect(); }
 
-void ADAM::BuildPortTable() {
+engine::Task<void> ADAM::BuildPortTable() {
   // Connected starts false, so a failed reconnect reports the connect that failed, not a probe
   // on the old state. From the Modbus connect on, a failure leaves it connected.
   const std::string_view device(Host);
@@ -98,6 +98,7 @@ void ADAM::BuildPortTable() {
 
   ResizePorts(DigitalInputs + DigitalOutputs);
   FillDirections(DigitalInputs);  // relays are read back as well as switched
+  co_return;
 }
 
 std::string ADAM::GetModelNumber(const std::string& HostName) {
@@ -122,13 +123,14 @@ std::string AdamModelFromAnswer(std::span<const uint8_t> answer) {
   return BytesToString(std::span<const uint8_t>(answer.begin() + 3, cr), kCodePage1252);
 }
 
-void ADAM::ReadGroup(int32_t) {
+engine::Task<void> ADAM::ReadGroup(int32_t) {
   const std::vector<uint8_t> data = Modbus.GetCoilData(0, kCoilsRead);
   for (int32_t i = 0; i < DigitalInputs; ++i) {
     // Only the first status byte is consulted: inputs 8 and above read false.
     SetValue(i, i < 8 && (StatusByte(data, 0) >> i & 1));
   }
   for (int32_t j = 0; j < DigitalOutputs; ++j) SetValue(DigitalInputs + j, j < 8 && (StatusByte(data, 2) >> j & 1));
+  co_return;
 }
 
 void ADAM::Disconnect() {
@@ -141,11 +143,12 @@ std::string ADAM::PortName(int32_t Index) {
   return "Relay output " + std::to_string(Index - DigitalInputs);
 }
 
-void ADAM::PortValue(int32_t Index, const Variant& NewValue) {
+engine::Task<void> ADAM::WritePort(int32_t Index, Variant NewValue) {
   const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
-  if (!state) return;
+  if (!state) co_return;
   Modbus.SetCoilState(static_cast<int16_t>(kFirstRelayCoil + Index - DigitalInputs), *state);
   SetValue(Index, *state);
+  co_return;
 }
 
 }  // namespace vmio

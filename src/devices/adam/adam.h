@@ -38,15 +38,14 @@ class ADAM : public PortTableDevice {
 
   void Disconnect() override;
   std::string PortName(int32_t Index) override;
-  using PortTableDevice::PortValue;
-  void PortValue(int32_t Index, const Variant& NewValue) override;
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
 
  private:
-  void BuildPortTable() override;
+  engine::Task<void> BuildPortTable() override;
   std::string GetModelNumber(const std::string& HostName);
   // One coil read serves every port; the index is checked only when the table answers.
   int32_t GroupOf(int32_t) override { return 0; }
-  void ReadGroup(int32_t Group) override;
+  engine::Task<void> ReadGroup(int32_t Group) override;
 
   ModbusT Modbus;
   std::string Model;

@@ -29,13 +29,13 @@ constexpr std::pair<std::string_view, DoorCommand> kCommands[] = {
 
 }  // namespace
 
-void AxxessIDDoor::BuildPortTable() {
+engine::Task<void> AxxessIDDoor::BuildPortTable() {
   Attach(Host);
   AccessDoorList list = bridge_->Doors("Y", "");
   if (!list.valid) {
     DoorIDs.clear();
     SetPoints({});
-    return;
+    co_return;
   }
   std::vector<int16_t> ids;
   std::vector<std::string> names;
@@ -45,9 +45,10 @@ void AxxessIDDoor::BuildPortTable() {
   }
   DoorIDs = std::move(ids);
   SetPoints(names);
+  co_return;
 }
 
-void AxxessIDDoor::ReadGroup(int32_t Index) {
+engine::Task<void> AxxessIDDoor::ReadGroup(int32_t Index) {
   const std::string id = std::to_string(DoorIDs[static_cast<size_t>(Index)]);
   WaitingForStatus = true;
   bridge_->RequestStatus(id);
@@ -65,18 +66,20 @@ void AxxessIDDoor::ReadGroup(int32_t Index) {
     if (status == mode) read = Variant(std::string(value));
   }
   SetValue(Index, std::move(read));
+  co_return;
 }
 
-void AxxessIDDoor::PortValue(int32_t Index, const Variant& NewValue) {
-  if (!BeginWrite(Index)) return;
+engine::Task<void> AxxessIDDoor::WritePort(int32_t Index, Variant NewValue) {
+  if (!BeginWrite(Index)) co_return;
   const std::string id = std::to_string(DoorIDs[static_cast<size_t>(Index)]);
-  if (!NewValue.IsString()) return;
+  if (!NewValue.IsString()) co_return;
   for (const auto& [value, command] : kCommands) {
     if (NewValue.AsString() == value) {
       bridge_->Command(command, id);
-      return;
+      co_return;
     }
   }
+  co_return;
 }
 
 void AxxessIDDoor::DoorStatus() { WaitingForStatus = false; }

@@ -27,12 +27,11 @@ class AxxessIDDoor final : public AX200Device {
   // Every read asks the software: a door's mode is never cached.
   AxxessIDDoor() : AX200Device(IOBidirectional, ReadCaching::kNever) {}
 
-  using PortTableDevice::PortValue;
-  void PortValue(int32_t Index, const Variant& NewValue) override;
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
 
  private:
-  void BuildPortTable() override;
-  void ReadGroup(int32_t Index) override;
+  engine::Task<void> BuildPortTable() override;
+  engine::Task<void> ReadGroup(int32_t Index) override;
   void DoorStatus() override;
   void Disconnected() override;
 

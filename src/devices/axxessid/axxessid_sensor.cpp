@@ -7,7 +7,7 @@
 
 namespace vmio {
 
-void AxxessIDSensor::BuildPortTable() {
+engine::Task<void> AxxessIDSensor::BuildPortTable() {
   Attach(Host);
   const std::optional<std::vector<AccessSensor>> list = bridge_->Sensors();
   std::vector<std::string> names;
@@ -17,19 +17,21 @@ void AxxessIDSensor::BuildPortTable() {
     names.push_back(sensor.name);
   }
   SetPoints(names);
-  if (!list) return GroupCache(0).MarkStale();
+  if (!list) co_return GroupCache(0).MarkStale();
   for (size_t i = 0; i < list->size(); ++i) PortTable[i].value = Variant((*list)[i].value);
   GroupCache(0).MarkFresh();
+  co_return;
 }
 
-void AxxessIDSensor::PortValue(int32_t Index, const Variant&) {
+engine::Task<void> AxxessIDSensor::WritePort(int32_t Index, Variant) {
   RequireConnected();
   CheckIndex(Index);
   Raise(IOErrorInvalidPortDirection, "Port " + std::to_string(Index + 1) + " is not an output port");
+  co_return;
 }
 
 // Takes the current values by sensor id; the ports stay as Connect found them.
-void AxxessIDSensor::ReadGroup(int32_t) {
+engine::Task<void> AxxessIDSensor::ReadGroup(int32_t) {
   const std::optional<std::vector<AccessSensor>> now = bridge_->Sensors();
   if (!now) Raise(IOErrorGettingValue, "The AX200 software is not running");
   for (size_t i = 0; i < sensor_ids_.size(); ++i) {
@@ -39,6 +41,7 @@ void AxxessIDSensor::ReadGroup(int32_t) {
     }
     PortTable[i].value = Variant(std::move(value));
   }
+  co_return;
 }
 
 }  // namespace vmio

@@ -21,18 +21,17 @@ class AxxessIDSensor final : public AX200Device {
  public:
   AxxessIDSensor() : AX200Device(IOInput, ReadCaching::kAfterRead) {}
 
-  using PortTableDevice::PortValue;
   // Raises with its own text (a blank before "is"), not the shared 45004.
-  void PortValue(int32_t Index, const Variant& NewValue) override;
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
 
  private:
-  void BuildPortTable() override;
+  engine::Task<void> BuildPortTable() override;
   // One list read serves every sensor; the index is checked before it.
   int32_t GroupOf(int32_t Index) override {
     CheckIndex(Index);
     return 0;
   }
-  void ReadGroup(int32_t Group) override;
+  engine::Task<void> ReadGroup(int32_t Group) override;
   // Sensors report no events of their own; the list is read when asked.
   void DoorStatus() override {}
   void Disconnected() override {}

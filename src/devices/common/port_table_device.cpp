@@ -1,5 +1,6 @@
 #include "devices/common/port_table_device.h"
 
+#include <algorithm>
 #include <cstdint>
 
 #include "core/errors.h"
@@ -7,9 +8,14 @@
 namespace vmio {
 
 void PortTableDevice::Connect(const std::string& Device) {
-  Host = Device;
+  engine::RunBlocking([&](engine::Io& io) { return ConnectOn(io, Device); });
+}
+
+engine::Task<void> PortTableDevice::ConnectOn(engine::Io& io, std::string device) {
+  const IoBinding bind(*this, io);
+  Host = std::move(device);
   Connected = false;
-  BuildPortTable();
+  co_await BuildPortTable();
   Connected = true;
 }
 
@@ -44,15 +50,45 @@ std::string PortTableDevice::PortName(int32_t Index) {
 
 Variant PortTableDevice::PortValue(int32_t Index) {
   RequireConnected();
+  // A fresh cache answers without an exchange: the common case stays a table look-up.
   if (const int32_t group = GroupOf(Index); group != kNoGroup) {
-    StateCache& cache = GroupCache(group);
-    if (caching_ == ReadCaching::kNever || cache.Stale()) {
-      if (caching_ == ReadCaching::kBeforeRead) cache.MarkFresh();
-      ReadGroup(group);
-      if (caching_ == ReadCaching::kAfterRead) GroupCache(group).MarkFresh();
-    }
+    if (caching_ == ReadCaching::kNever || GroupCache(group).Stale()) RunExchange(RefreshGroup(group));
   }
   return Value(Index);
+}
+
+engine::Task<void> PortTableDevice::RefreshGroup(int32_t Group) {
+  if (caching_ == ReadCaching::kBeforeRead) GroupCache(Group).MarkFresh();
+  co_await ReadGroup(Group);
+  if (caching_ == ReadCaching::kAfterRead) GroupCache(Group).MarkFresh();
+}
+
+void PortTableDevice::PortValue(int32_t Index, const Variant& NewValue) { RunExchange(WritePort(Index, NewValue)); }
+
+engine::Task<void> PortTableDevice::RefreshOn(engine::Io& io) {
+  const IoBinding bind(*this, io);
+  RequireConnected();
+  // Each group once, in port order, whatever its cache says: the host asked for fresh values.
+  std::vector<int32_t> read;
+  for (int32_t index = 0; index < PortCount; ++index) {
+    const int32_t group = GroupOf(index);
+    if (group == kNoGroup || std::find(read.begin(), read.end(), group) != read.end()) continue;
+    read.push_back(group);
+    co_await ReadGroup(group);
+    if (caching_ != ReadCaching::kNever) GroupCache(group).MarkFresh();
+  }
+}
+
+engine::Task<void> PortTableDevice::WriteOn(engine::Io& io, int32_t index, Variant value) {
+  const IoBinding bind(*this, io);
+  co_await WritePort(index, std::move(value));
+}
+
+std::vector<Variant> PortTableDevice::TableValues() const {
+  std::vector<Variant> values;
+  values.reserve(PortTable.size());
+  for (const Port& port : PortTable) values.push_back(port.value);
+  return values;
 }
 
 int32_t PortTableDevice::GroupOf(int32_t Index) {

@@ -5,7 +5,9 @@
 // and last value. Ports are read in groups: each group has its own state cache, and a read of
 // a port refreshes the port's group when the cache is stale, then answers from the table.
 // A driver states its layout (BuildPortTable), which group a port belongs to (GroupOf), how a
-// group is read from the device (ReadGroup), its writes, and where it differs:
+// group is read from the device (ReadGroup), its writes (WritePort), and where it differs.
+// Those three exchanges are tasks: a blocking member runs them to completion on the thread's
+// own loop, the engine interleaves them with every other device's (engine/async_device.h).
 //   Connect        Host = Device; unconnected until BuildPortTable returns, so a Connect that
 //                  fails at any step leaves Connected false when its error is raised
 //   Ports          45003 "Not connected" unless connected (RequireConnected), else PortCount
@@ -19,9 +21,11 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/common.h"
+#include "engine/async_device.h"
 #include "vmio/io_device.h"
 
 namespace vmio {
@@ -33,7 +37,7 @@ struct Port {
   Variant value;
 };
 
-class PortTableDevice : public IODevice {
+class PortTableDevice : public IODevice, public engine::AsyncDevice {
  public:
   void Connect(const std::string& Device) override;
   void Disconnect() override;
@@ -42,7 +46,12 @@ class PortTableDevice : public IODevice {
   int32_t PortType(int32_t Index) override;
   std::string PortName(int32_t Index) override;
   Variant PortValue(int32_t Index) override;
-  using IODevice::PortValue;
+  void PortValue(int32_t Index, const Variant& NewValue) override;
+
+  engine::Task<void> ConnectOn(engine::Io& io, std::string device) override;
+  engine::Task<void> RefreshOn(engine::Io& io) override;
+  engine::Task<void> WriteOn(engine::Io& io, int32_t index, Variant value) override;
+  std::vector<Variant> TableValues() const override;
 
  protected:
   // When a group's cache is marked fresh: after a successful read (the usual), before asking
@@ -54,12 +63,24 @@ class PortTableDevice : public IODevice {
 
   // Asks the device for its layout and fills the table; raises when it cannot. A driver that
   // must stay connected past one of its steps sets Connected itself.
-  virtual void BuildPortTable() = 0;
+  virtual engine::Task<void> BuildPortTable() = 0;
   // The group a read of Index refreshes (kNoGroup: none); may raise for a bad index. Unless a
   // driver says otherwise, each port is its own group, its index checked first.
   virtual int32_t GroupOf(int32_t Index);
   // Reads one group's states from the device into the table; raises when it cannot.
-  virtual void ReadGroup(int32_t Group) = 0;
+  virtual engine::Task<void> ReadGroup(int32_t Group) = 0;
+  // The property put: most drivers open it with BeginWrite or BeginOutputWrite.
+  virtual engine::Task<void> WritePort(int32_t Index, Variant NewValue) = 0;
+
+  // The loop the exchange under way runs on, for the driver's transport calls.
+  engine::Io& CurrentIo() { return *io_; }
+  // Runs one of the driver's own exchanges to completion for a blocking member.
+  template <class T>
+  T RunExchange(engine::Task<T> task) {
+    engine::BlockingIo lease;
+    const IoBinding bind(*this, lease.io());
+    return engine::RunToCompletion(lease.io().loop(), std::move(task));
+  }
 
   // 45003 unless connected. Every accessor that needs a connection asks it first.
   virtual void RequireConnected();
@@ -112,11 +133,27 @@ class PortTableDevice : public IODevice {
   std::vector<Port> PortTable;
 
  private:
+  // Points CurrentIo at io while an exchange runs, and back when it ends.
+  class IoBinding {
+   public:
+    IoBinding(PortTableDevice& device, engine::Io& io) : device_(device), previous_(std::exchange(device.io_, &io)) {}
+    ~IoBinding() { device_.io_ = previous_; }
+    IoBinding(const IoBinding&) = delete;
+    IoBinding& operator=(const IoBinding&) = delete;
+
+   private:
+    PortTableDevice& device_;
+    engine::Io* previous_;
+  };
+
+  // Reads a group, marking its cache as the driver's caching says.
+  engine::Task<void> RefreshGroup(int32_t Group);
   std::vector<bool> BooleanStates() const;
   void SetBooleanStates(const std::vector<bool>& states);
 
   const ReadCaching caching_;
   std::vector<StateCache> group_caches_;
+  engine::Io* io_ = nullptr;
 };
 
 }  // namespace vmio

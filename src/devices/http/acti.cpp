@@ -44,17 +44,17 @@ int16_t ReadStatus(std::string_view reply) {
 
 }  // namespace acti
 
-std::optional<std::string> ACTi::RequestCommand(std::string_view Group, std::string_view Parameters) {
+engine::Task<std::optional<std::string>> ACTi::RequestCommand(std::string_view Group, std::string Parameters) {
   std::string path;
   path.reserve(13 + Group.size() + 1 + Parameters.size());
   path.append("/cgi-bin/cmd/").append(Group).append("?").append(Parameters);
-  std::optional<std::string> body = Body200(Fetch(path));
+  std::optional<std::string> body = Body200(co_await Fetch(std::move(path)));
   if (body && body->starts_with("ERROR:")) body.reset();
-  return body;
+  co_return body;
 }
 
-void ACTi::BuildPortTable() {
-  ChannelCount = acti::ReadChannelCount(RequireConnectReply(RequestCommand("system", "SYSTEM_INFO")));
+engine::Task<void> ACTi::BuildPortTable() {
+  ChannelCount = acti::ReadChannelCount(RequireConnectReply(co_await RequestCommand("system", "SYSTEM_INFO")));
   ResizePorts(ChannelCount * 4);
   for (int32_t i = 0; i < PortCount; ++i) {
     const int32_t position = i % 4;
@@ -73,19 +73,19 @@ int32_t ACTi::GroupOf(int32_t Index) {
   return PortChannel(Index) - 1;
 }
 
-void ACTi::ReadGroup(int32_t Group) {
+engine::Task<void> ACTi::ReadGroup(int32_t Group) {
   const int32_t channel = Group + 1;
   const std::optional<std::string> reply =
-      RequestCommand("mpeg4", "CHANNEL=" + std::to_string(channel) + "&DIO_STATUS");
+      co_await RequestCommand("mpeg4", "CHANNEL=" + std::to_string(channel) + "&DIO_STATUS");
   if (!reply) RaiseGettingValue();
   const int16_t status = acti::ReadStatus(*reply);
   const int32_t base = Group * 4;
   for (int p = 0; p < 4; ++p) SetValue(base + p, bool((status >> kStatusBits[p]) & 1));
 }
 
-void ACTi::PortValue(int32_t Index, const Variant& NewValue) {
+engine::Task<void> ACTi::WritePort(int32_t Index, Variant NewValue) {
   const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
-  if (!state) return;
+  if (!state) co_return;
   const int32_t channel = PortChannel(Index);
   const int32_t base = (channel - 1) * 4;
   SetValue(Index, *state);
@@ -93,7 +93,7 @@ void ACTi::PortValue(int32_t Index, const Variant& NewValue) {
   std::string parameters = ChannelCount >= 2 ? "CHANNEL=" + std::to_string(channel) + "&" : "";
   parameters += "DIO_OUTPUT=0x0";
   parameters += static_cast<char>('0' + mask);
-  if (!RequestCommand("mpeg4", parameters)) RaiseGettingValue();
+  if (!co_await RequestCommand("mpeg4", std::move(parameters))) RaiseGettingValue();
 }
 
 }  // namespace vmio

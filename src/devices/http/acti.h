@@ -30,17 +30,15 @@ int16_t ReadStatus(std::string_view reply);
 
 class ACTi final : public HttpDevice {
  public:
-  using PortTableDevice::PortValue;
-  void PortValue(int32_t Index, const Variant& NewValue) override;
-
  private:
-  void BuildPortTable() override;
+  engine::Task<void> BuildPortTable() override;
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
   // GET /cgi-bin/cmd/Group?Parameters: the reply on status 200 when it does not begin with
   // "ERROR:"; nothing otherwise. Never raises.
-  std::optional<std::string> RequestCommand(std::string_view Group, std::string_view Parameters);
+  engine::Task<std::optional<std::string>> RequestCommand(std::string_view Group, std::string Parameters);
   // A channel's ports are one group (group c - 1 for channel c).
   int32_t GroupOf(int32_t Index) override;
-  void ReadGroup(int32_t Group) override;
+  engine::Task<void> ReadGroup(int32_t Group) override;
   static int32_t PortChannel(int32_t Index) { return Index / 4 + 1; }
 
   int32_t ChannelCount = 0;

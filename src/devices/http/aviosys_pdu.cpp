@@ -60,16 +60,14 @@ std::string ReadPortName(std::string_view reply) {
 
 }  // namespace aviosys
 
-std::optional<std::string> AviosysPDU::SendCommand(std::string_view Command) {
-  std::string path = "/Set.cmd?CMD=";
-  path += Command;
-  std::optional<std::string> reply = Body200(Fetch(path));
-  if (!reply) return std::nullopt;
-  return aviosys::CleanReply(std::move(*reply));
+engine::Task<std::optional<std::string>> AviosysPDU::SendCommand(std::string Command) {
+  std::optional<std::string> reply = Body200(co_await Fetch("/Set.cmd?CMD=" + Command));
+  if (!reply) co_return std::nullopt;
+  co_return aviosys::CleanReply(std::move(*reply));
 }
 
-void AviosysPDU::BuildPortTable() {
-  const std::string reply = RequireConnectReply(SendCommand("GetPowerNum"));
+engine::Task<void> AviosysPDU::BuildPortTable() {
+  const std::string reply = RequireConnectReply(co_await SendCommand("GetPowerNum"));
   int32_t inputs = 0;
   int32_t sockets = 0;
   const bool fixed_model = reply == kUnknownPin;
@@ -99,7 +97,7 @@ std::string AviosysPDU::PortName(int32_t Index) {
   CheckIndex(Index);
   std::string name;
   if (!fixed_model_) {
-    if (const std::optional<std::string> reply = SendCommand("GetPortName" + PortLetter(Index)))
+    if (const std::optional<std::string> reply = RunExchange(SendCommand("GetPortName" + PortLetter(Index))))
       name = aviosys::ReadPortName(*reply);
   }
   if (!name.empty()) return name;
@@ -108,26 +106,26 @@ std::string AviosysPDU::PortName(int32_t Index) {
   return "Input " + std::to_string(Index + 1);
 }
 
-void AviosysPDU::ReadGroup(int32_t) {
+engine::Task<void> AviosysPDU::ReadGroup(int32_t) {
   if (InputCount > 0) {
-    const std::optional<std::string> io = SendCommand("GetIo");
+    const std::optional<std::string> io = co_await SendCommand("GetIo");
     if (!io) RaiseGettingValue();
     ParseStates([&](std::vector<bool>& values) { aviosys::ReadStates(*io, 50 + PinOffset(), 0, PortCount, values); });
   }
-  const std::optional<std::string> power = SendCommand("GetPower");
+  const std::optional<std::string> power = co_await SendCommand("GetPower");
   if (!power) RaiseGettingValue();
   ParseStates(
       [&](std::vector<bool>& values) { aviosys::ReadStates(*power, 60 + PinOffset(), InputCount, PortCount, values); });
 }
 
-void AviosysPDU::PortValue(int32_t Index, const Variant& NewValue) {
+engine::Task<void> AviosysPDU::WritePort(int32_t Index, Variant NewValue) {
   RequireConnected();
   if (Index < InputCount) RaiseNotAnOutput(Index);
   const bool state = RequireBoolean(NewValue);
   // The table's bounds are not checked before sending: an index beyond it switches the pin it
   // names and then fails with 9 when the cache is written.
   const int64_t socket = int64_t{60} + PinOffset() + Index - InputCount;
-  if (!SendCommand("SetPower+P" + std::to_string(socket) + (state ? "=1" : "=0"))) RaiseGettingValue();
+  if (!co_await SendCommand("SetPower+P" + std::to_string(socket) + (state ? "=1" : "=0"))) RaiseGettingValue();
   SetValue(Index, state);
 }
 

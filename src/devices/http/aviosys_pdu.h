@@ -34,22 +34,21 @@ std::string ReadPortName(std::string_view reply);
 class AviosysPDU final : public HttpDevice {
  public:
   std::string PortName(int32_t Index) override;
-  using PortTableDevice::PortValue;
-  // Checks no bounds before sending (see PortValue in the .cpp).
-  void PortValue(int32_t Index, const Variant& NewValue) override;
 
  protected:
   // 45003 when not connected (it asks Ports), 9 outside 0 .. Ports - 1.
   void CheckIndex(int32_t Index) override;
 
  private:
-  void BuildPortTable() override;
+  engine::Task<void> BuildPortTable() override;
+  // Checks no bounds before sending (see WritePort in the .cpp).
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
   // GET "/Set.cmd?CMD=" + Command (sent as it stands, "+" included): the cleaned reply on
   // status 200, nothing otherwise. Never raises.
-  std::optional<std::string> SendCommand(std::string_view Command);
+  engine::Task<std::optional<std::string>> SendCommand(std::string Command);
   // GetIo and GetPower read every port; the index is checked only when the table answers.
   int32_t GroupOf(int32_t) override { return 0; }
-  void ReadGroup(int32_t Group) override;
+  engine::Task<void> ReadGroup(int32_t Group) override;
   // 1 on the fixed model, whose pins start one later than other units'.
   int32_t PinOffset() const { return fixed_model_ ? 1 : 0; }
 

@@ -75,12 +75,12 @@ void ReadStates(std::string_view reply, size_t keyPrefix, int32_t offset, std::v
 
 }  // namespace axis
 
-void Axis::BuildPortTable() {
-  const std::string reply = RequireConnectReply(RequestPath(kInputOutputGroups));
+engine::Task<void> Axis::BuildPortTable() {
+  const std::string reply = RequireConnectReply(co_await RequestPath(kInputOutputGroups));
   if (IsRefusal(reply)) {
     InputCount = 0;
     OutputCount = 0;
-    return;
+    co_return;
   }
   // The counts are not reset first: a key the reply lacks keeps the previous connection's count.
   // They are kept only once the table has taken their sum, so they always describe the table.
@@ -89,7 +89,7 @@ void Axis::BuildPortTable() {
   InputCount = counts.inputs;
   OutputCount = counts.outputs;
 
-  const std::optional<std::string> ioport = RequestPath(kIOPortGroup);
+  const std::optional<std::string> ioport = co_await RequestPath(kIOPortGroup);
   if (!ioport) RaiseConnectionFailed("Unable to get the device port info");
   UsesIOPortGroup = !IsRefusal(*ioport);
   if (UsesIOPortGroup) {
@@ -125,7 +125,7 @@ std::string Axis::PortName(int32_t Index) {
     group = "Output.O" + std::to_string(Index - InputCount) + ".Name";
     fallback = "Output " + std::to_string(Index + 1 - InputCount);
   }
-  const std::optional<std::string> reply = RequestPath(std::string(kNameQuery) + group);
+  const std::optional<std::string> reply = RunExchange(RequestPath(std::string(kNameQuery) + group));
   if (!reply) return fallback;
   // The value of the first line, whatever its key.
   return std::string(Rows(*reply).front().value);
@@ -138,19 +138,19 @@ int32_t Axis::GroupOf(int32_t Index) {
   return direction == IOBidirectional ? kOutputs : kNoGroup;
 }
 
-void Axis::PortValue(int32_t Index, const Variant& NewValue) {
+engine::Task<void> Axis::WritePort(int32_t Index, Variant NewValue) {
   const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
-  if (!state) return;
+  if (!state) co_return;
   std::string path = UsesIOPortGroup ? "/axis-cgi/io/port.cgi?action=" + std::to_string(Index + 1)
                                      : "/axis-cgi/io/output.cgi?action=" + std::to_string(Index + 1 - InputCount);
   path += ':';
   path += *state ? '/' : '\\';
-  RequirePath(path);
+  co_await RequirePath(std::move(path));
   // The caches stay: a read within 500 ms of the last refresh returns this state.
   SetValue(Index, *state);
 }
 
-void Axis::ReadGroup(int32_t Group) {
+engine::Task<void> Axis::ReadGroup(int32_t Group) {
   switch (Group) {
     case kAllPorts:
       return ReadStates(PortCount, "/axis-cgi/io/port.cgi?check=", 4, 0);
@@ -161,16 +161,16 @@ void Axis::ReadGroup(int32_t Group) {
   }
 }
 
-void Axis::ReadStates(int32_t count, std::string_view checkPath, size_t keyPrefix, int32_t offset) {
+engine::Task<void> Axis::ReadStates(int32_t count, std::string checkPath, size_t keyPrefix, int32_t offset) {
   // A count above the table's size (only beside a negative count of the other kind) is listed
   // no further than the table: states beyond it could not be stored anyway.
   count = std::min(count, PortCount);
-  std::string path(checkPath);
+  std::string path = std::move(checkPath);
   for (int32_t k = 1; k <= count; ++k) {
     if (k > 1) path += ',';
     path += std::to_string(k);
   }
-  const std::string reply = RequirePath(path);
+  const std::string reply = co_await RequirePath(std::move(path));
   ParseStates([&](std::vector<bool>& values) { axis::ReadStates(reply, keyPrefix, offset, values); });
 }
 

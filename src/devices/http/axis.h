@@ -33,20 +33,19 @@ void ReadStates(std::string_view reply, size_t keyPrefix, int32_t offset, std::v
 class Axis final : public HttpDevice {
  public:
   std::string PortName(int32_t Index) override;
-  using PortTableDevice::PortValue;
-  void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
   enum Group : int32_t { kAllPorts, kInputs, kOutputs };
 
-  void BuildPortTable() override;
+  engine::Task<void> BuildPortTable() override;
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
   // The IOPort group reads every port at once (and checks no index before asking); otherwise
   // the direction picks inputs or outputs, and a port of neither is answered from the table.
   int32_t GroupOf(int32_t Index) override;
-  void ReadGroup(int32_t Group) override;
+  engine::Task<void> ReadGroup(int32_t Group) override;
   // Reads states 1..count from a check CGI into the table from offset on. keyPrefix is the
   // length of the key's name before its number.
-  void ReadStates(int32_t count, std::string_view checkPath, size_t keyPrefix, int32_t offset);
+  engine::Task<void> ReadStates(int32_t count, std::string checkPath, size_t keyPrefix, int32_t offset);
 
   int32_t InputCount = 0;
   int32_t OutputCount = 0;

@@ -39,8 +39,8 @@ void ReadStates(std::string_view reply, std::vector<bool>& values) {
 
 }  // namespace genie
 
-void Genie::BuildPortTable() {
-  RequireConnectReply(RequestPath(kCheckPath));  // only whether it answers
+engine::Task<void> Genie::BuildPortTable() {
+  RequireConnectReply(co_await RequestPath(std::string(kCheckPath)));  // only whether it answers
   ResizePorts(InputCount + OutputCount);
   FillDirections(InputCount);
 }
@@ -56,16 +56,16 @@ std::string Genie::PortName(int32_t Index) {
   }
 }
 
-void Genie::ReadGroup(int32_t) {
-  const std::string reply = RequirePath(kStatesPath);
+engine::Task<void> Genie::ReadGroup(int32_t) {
+  const std::string reply = co_await RequirePath(std::string(kStatesPath));
   ParseStates([&](std::vector<bool>& values) { genie::ReadStates(reply, values); });
 }
 
-void Genie::PortValue(int32_t Index, const Variant& NewValue) {
+engine::Task<void> Genie::WritePort(int32_t Index, Variant NewValue) {
   const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
-  if (!state) return;
+  if (!state) co_return;
   const std::string key = Index == kBuzzerIndex ? "OUT_BUZZER" : "OUT_ALARM" + std::to_string(Index + 1 - InputCount);
-  RequirePath("/httpapi/SetState?action=setoutput&" + key + (*state ? "=1" : "=0"));
+  co_await RequirePath("/httpapi/SetState?action=setoutput&" + key + (*state ? "=1" : "=0"));
   SetValue(Index, *state);
 }
 

@@ -24,17 +24,16 @@ void ReadStates(std::string_view reply, std::vector<bool>& values);
 class Genie final : public HttpDevice {
  public:
   std::string PortName(int32_t Index) override;
-  using PortTableDevice::PortValue;
-  void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
   static constexpr int32_t InputCount = 2;
   static constexpr int32_t OutputCount = 3;
 
-  void BuildPortTable() override;
+  engine::Task<void> BuildPortTable() override;
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
   // One GetState reads every port; the index is checked only when the table answers.
   int32_t GroupOf(int32_t) override { return 0; }
-  void ReadGroup(int32_t Group) override;
+  engine::Task<void> ReadGroup(int32_t Group) override;
 };
 
 }  // namespace vmio

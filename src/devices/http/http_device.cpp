@@ -10,17 +10,17 @@ namespace vmio {
 
 HttpDevice::HttpDevice() { client_.UserAgent(kDeviceUserAgent); }
 
-HttpResponse HttpDevice::Fetch(std::string_view Path) {
+engine::Task<HttpResponse> HttpDevice::Fetch(std::string Path) {
   // The device string is read on every request: credentials and the pin go to the client
   // beside the URL; a string the rule refuses fails the request like any session failure.
   std::string problem;
   const std::optional<DeviceAddress> address = ParseDeviceAddress(Host, problem);
   if (!address) {
     Trace("http: ", problem);
-    return ExchangeFailure<HttpResponse>(kHttpSessionFailed, "Failed to initialise the HTTP session");
+    co_return ExchangeFailure<HttpResponse>(kHttpSessionFailed, "Failed to initialise the HTTP session");
   }
   client_.Access(address->access);
-  return client_.Fetch(address->Url(Path));
+  co_return co_await client_.FetchOn(CurrentIo(), address->Url(Path));
 }
 
 std::string HttpDevice::BodyText(const HttpResponse& response) { return BytesToString(response.body, kCodePage1252); }
@@ -30,10 +30,14 @@ std::optional<std::string> HttpDevice::Body200(const HttpResponse& response) {
   return BodyText(response);
 }
 
-std::string HttpDevice::RequirePath(std::string_view Path) {
-  std::optional<std::string> body = RequestPath(Path);
+engine::Task<std::optional<std::string>> HttpDevice::RequestPath(std::string Path) {
+  co_return Body200(co_await Fetch(std::move(Path)));
+}
+
+engine::Task<std::string> HttpDevice::RequirePath(std::string Path) {
+  std::optional<std::string> body = co_await RequestPath(std::move(Path));
   if (!body) RaiseGettingValue();
-  return std::move(*body);
+  co_return std::move(*body);
 }
 
 std::string HttpDevice::RequireConnectReply(std::optional<std::string> reply) {

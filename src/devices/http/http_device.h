@@ -20,7 +20,7 @@ class HttpDevice : public PortTableDevice {
 
   // GET Path from the device: the reply, or the client's error, as a value. Never raises
   // the client's errors; every exchange of an HTTP driver with its device is one of these.
-  HttpResponse Fetch(std::string_view Path);
+  engine::Task<HttpResponse> Fetch(std::string Path);
   // The body decoded from code page 1252.
   static std::string BodyText(const HttpResponse& response);
   // The decoded body when the device answered with status 200; nothing otherwise (an
@@ -28,9 +28,9 @@ class HttpDevice : public PortTableDevice {
   static std::optional<std::string> Body200(const HttpResponse& response);
 
   // Fetch judged by Body200: the decoded body of a 200 reply, or nothing.
-  std::optional<std::string> RequestPath(std::string_view Path) { return Body200(Fetch(Path)); }
+  engine::Task<std::optional<std::string>> RequestPath(std::string Path);
   // As RequestPath for a group refresh or a write: without a 200 reply, 45005.
-  std::string RequirePath(std::string_view Path);
+  engine::Task<std::string> RequirePath(std::string Path);
 
   // The first reply of Connect, or 45001 "Unable to connect to the device" when there is none.
   static std::string RequireConnectReply(std::optional<std::string> reply);

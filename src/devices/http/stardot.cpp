@@ -42,9 +42,9 @@ void ReadStates(std::string_view reply, int32_t relays, std::vector<bool>& value
 
 }  // namespace stardot
 
-void StarDot::BuildPortTable() {
+engine::Task<void> StarDot::BuildPortTable() {
   // Any reply is taken as it stands; only the client's own errors fail the Connect.
-  const stardot::Counts counts = stardot::ReadInfo(FetchPath("/info.cgi"), {RelayCount, InputCount});
+  const stardot::Counts counts = stardot::ReadInfo(co_await FetchPath("/info.cgi"), {RelayCount, InputCount});
   // The counts are kept only once the table has taken their sum.
   ResizePorts(int64_t{counts.relays} + counts.inputs);
   RelayCount = counts.relays;
@@ -55,22 +55,22 @@ void StarDot::BuildPortTable() {
   }
 }
 
-std::string StarDot::FetchPath(std::string_view Path) {
-  const HttpResponse response = Fetch(Path);
+engine::Task<std::string> StarDot::FetchPath(std::string Path) {
+  const HttpResponse response = co_await Fetch(std::move(Path));
   response.RaiseIfFailed();
-  return BodyText(response);
+  co_return BodyText(response);
 }
 
-void StarDot::ReadGroup(int32_t) {
-  const std::string reply = FetchPath("/io.cgi");
+engine::Task<void> StarDot::ReadGroup(int32_t) {
+  const std::string reply = co_await FetchPath("/io.cgi");
   ParseStates([&](std::vector<bool>& values) { stardot::ReadStates(reply, RelayCount, values); });
 }
 
-void StarDot::PortValue(int32_t Index, const Variant& NewValue) {
+engine::Task<void> StarDot::WritePort(int32_t Index, Variant NewValue) {
   const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
-  if (!state || Index >= RelayCount) return;
+  if (!state || Index >= RelayCount) co_return;
   SetValue(Index, *state);
-  FetchPath(*state ? "/io.cgi?relay=1" : "/io.cgi?relay=0");
+  co_await FetchPath(*state ? "/io.cgi?relay=1" : "/io.cgi?relay=0");
 }
 
 }  // namespace vmio

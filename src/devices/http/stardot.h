@@ -32,16 +32,14 @@ void ReadStates(std::string_view reply, int32_t relays, std::vector<bool>& value
 
 class StarDot final : public HttpDevice {
  public:
-  using PortTableDevice::PortValue;
-  void PortValue(int32_t Index, const Variant& NewValue) override;
-
  private:
   // GET the path; the decoded body of any status. The client's errors are raised as they are.
-  std::string FetchPath(std::string_view Path);
-  void BuildPortTable() override;
+  engine::Task<std::string> FetchPath(std::string Path);
+  engine::Task<void> BuildPortTable() override;
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
   // One /io.cgi reads every port; the index is checked only when the table answers.
   int32_t GroupOf(int32_t) override { return 0; }
-  void ReadGroup(int32_t Group) override;
+  engine::Task<void> ReadGroup(int32_t Group) override;
 
   int32_t RelayCount = 0;
   int32_t InputCount = 0;

@@ -49,8 +49,8 @@ void ReadStates(std::string_view reply, int32_t offset, std::vector<bool>& value
 
 }  // namespace vivotek
 
-void Vivotek::BuildPortTable() {
-  const std::string reply = RequireConnectReply(RequestPath(kCapabilityPath));
+engine::Task<void> Vivotek::BuildPortTable() {
+  const std::string reply = RequireConnectReply(co_await RequestPath(kCapabilityPath));
   // The counts are kept only once the table has taken their sum, so they always describe it.
   const vivotek::Counts counts = vivotek::ReadCapabilities(reply, {InputCount, OutputCount});
   ResizePorts(int64_t{counts.inputs} + counts.outputs);
@@ -64,24 +64,24 @@ std::string Vivotek::PortName(int32_t Index) {
   return "Output " + std::to_string(Index + 1 - InputCount);
 }
 
-void Vivotek::PortValue(int32_t Index, const Variant& NewValue) {
+engine::Task<void> Vivotek::WritePort(int32_t Index, Variant NewValue) {
   const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
   if (state) {
-    const std::string path = "/cgi-bin/dido/setdo.cgi?do" + std::to_string(Index - InputCount) + (*state ? "=1" : "=0");
-    if (RequestPath(path)) {
+    std::string path = "/cgi-bin/dido/setdo.cgi?do" + std::to_string(Index - InputCount) + (*state ? "=1" : "=0");
+    if (co_await RequestPath(std::move(path))) {
       SetValue(Index, *state);
-      return;
+      co_return;
     }
   }
   RaiseGettingValue();
 }
 
-void Vivotek::ReadGroup(int32_t Group) {
+engine::Task<void> Vivotek::ReadGroup(int32_t Group) {
   if (Group == kInputs) return ReadStates("/cgi-bin/dido/getdi.cgi?", "di", InputCount, 0);
-  ReadStates("/cgi-bin/dido/getdo.cgi?", "do", OutputCount, InputCount);
+  return ReadStates("/cgi-bin/dido/getdo.cgi?", "do", OutputCount, InputCount);
 }
 
-void Vivotek::ReadStates(const char* cgi, const char* item, int32_t count, int32_t offset) {
+engine::Task<void> Vivotek::ReadStates(const char* cgi, const char* item, int32_t count, int32_t offset) {
   // A count above the table's size (only beside a negative count of the other kind) is listed
   // no further than the table: states beyond it could not be stored anyway.
   count = std::min(count, PortCount);
@@ -90,7 +90,7 @@ void Vivotek::ReadStates(const char* cgi, const char* item, int32_t count, int32
     if (n > 0) path += '&';
     path.append(item).append(std::to_string(n));
   }
-  const std::string reply = RequirePath(path);
+  const std::string reply = co_await RequirePath(std::move(path));
   ParseStates([&](std::vector<bool>& values) { vivotek::ReadStates(reply, offset, values); });
 }
 

@@ -33,17 +33,16 @@ void ReadStates(std::string_view reply, int32_t offset, std::vector<bool>& value
 class Vivotek final : public HttpDevice {
  public:
   std::string PortName(int32_t Index) override;
-  using PortTableDevice::PortValue;
-  void PortValue(int32_t Index, const Variant& NewValue) override;
 
  private:
   enum Group : int32_t { kInputs, kOutputs };
 
-  void BuildPortTable() override;
+  engine::Task<void> BuildPortTable() override;
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
   int32_t GroupOf(int32_t Index) override { return PortDirection(Index) == IOInput ? kInputs : kOutputs; }
-  void ReadGroup(int32_t Group) override;
+  engine::Task<void> ReadGroup(int32_t Group) override;
   // Reads one group ("di" or "do") of count ports whose first entry is at offset.
-  void ReadStates(const char* cgi, const char* item, int32_t count, int32_t offset);
+  engine::Task<void> ReadStates(const char* cgi, const char* item, int32_t count, int32_t offset);
 
   int32_t InputCount = 0;
   int32_t OutputCount = 0;

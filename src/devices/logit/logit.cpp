@@ -100,7 +100,7 @@ LogIT::~LogIT() {
   }
 }
 
-void LogIT::BuildPortTable() {
+engine::Task<void> LogIT::BuildPortTable() {
   StopKeepAlive();  // a second Connect must not leave the first one's timer behind
   Connected = usb_.OpenDevice(Host);
   if (!Connected) RaiseConnectionFailed("Connection failed");
@@ -128,6 +128,7 @@ void LogIT::BuildPortTable() {
     At(p).direction = reply[0] == kOutputSensor ? IOBidirectional : IOInput;
   }
   timer_id_ = StartCallbackTimer(std::make_shared<KeepAlive>(*this), kKeepAliveInterval);
+  co_return;
 }
 
 void LogIT::Disconnect() {
@@ -146,20 +147,22 @@ std::string LogIT::PortName(int32_t Index) {
   return GetSensorName(sensor_type_[static_cast<size_t>(Index)]);
 }
 
-void LogIT::ReadGroup(int32_t Index) {
+engine::Task<void> LogIT::ReadGroup(int32_t Index) {
   if (!SendCommand({kReading, Index, sensor_channel_[static_cast<size_t>(Index)]})) RaiseCommunicationError();
   const std::vector<uint8_t> reply = ReceiveBytes(2, 50);
   const int32_t raw = reply[0] * 256 + reply[1];
 
   SetValue(Index, Converted(raw, TableOf(sensor_type_[static_cast<size_t>(Index)])));
+  co_return;
 }
 
-void LogIT::PortValue(int32_t Index, const Variant& NewValue) {
+engine::Task<void> LogIT::WritePort(int32_t Index, Variant NewValue) {
   const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
-  if (!state) return;
+  if (!state) co_return;
   const int32_t mask = *state ? 1 << Index : 0;
   if (!SendCommand({kSetOutputs, mask})) RaiseCommunicationError();
   Pause(kOutputSettleMs);
+  co_return;
 }
 
 void LogIT::Callback() {

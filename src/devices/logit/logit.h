@@ -47,8 +47,7 @@ class LogIT final : public PortTableDevice, public Callbackable {
   // another); the name without a connection test, from the last connection's sensors.
   int32_t PortType(int32_t Index) override;
   std::string PortName(int32_t Index) override;
-  using PortTableDevice::PortValue;
-  void PortValue(int32_t Index, const Variant& NewValue) override;
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
 
   // The keep-alive: the model query, its answer discarded.
   void Callback() override;
@@ -61,13 +60,13 @@ class LogIT final : public PortTableDevice, public Callbackable {
   static constexpr int32_t kKeepAliveInterval = 750;  // ms
   static constexpr int32_t kIdleWakeUp = 1000;        // ms without a command
 
-  void BuildPortTable() override;
+  engine::Task<void> BuildPortTable() override;
   // Each read asks the logger for one port's reading (9 outside the last connection's table).
   int32_t GroupOf(int32_t Index) override {
     At(Index);
     return Index;
   }
-  void ReadGroup(int32_t Index) override;
+  engine::Task<void> ReadGroup(int32_t Index) override;
   // Through Ports, so an unconnected object answers 45003 before 9.
   void CheckIndex(int32_t Index) override;
   bool SendCommand(std::initializer_list<int32_t> bytes);

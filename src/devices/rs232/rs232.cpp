@@ -65,7 +65,7 @@ std::string RS232::GetCommand(int32_t Index) const {
   return commands_[static_cast<size_t>(Index)];
 }
 
-void RS232::BuildPortTable() {
+engine::Task<void> RS232::BuildPortTable() {
   const std::string& device = Host;
   const bool by_path = device.starts_with('/');
   const int16_t port = by_path ? 0 : RoundToInt16(Val(device));
@@ -81,6 +81,7 @@ void RS232::BuildPortTable() {
   if (!chosen || !line_->SetPortOpen(true)) {
     RaiseConnectionFailed("Error opening COM port " + (by_path ? device : std::to_string(port)));
   }
+  co_return;
 }
 
 void RS232::Disconnect() {
@@ -90,17 +91,19 @@ void RS232::Disconnect() {
   line_.reset();
 }
 
-void RS232::ReadGroup(int32_t Index) {
+engine::Task<void> RS232::ReadGroup(int32_t Index) {
   const CallGuard reading(reading_);  // timers run in the reply wait; one may read this device
   // A copy: events run during the reply wait may add commands.
   const std::string command = commands_[static_cast<size_t>(Index)];
   const std::string_view terminator = TerminatorOf(command);
   SetValue(Index, command.size() == terminator.size() ? Listen(terminator) : Ask(command));
+  co_return;
 }
 
-void RS232::PortValue(int32_t Index, const Variant&) {
+engine::Task<void> RS232::WritePort(int32_t Index, Variant) {
   // Every port is an input: 9 outside the list, else 45004.
   BeginWrite(Index);
+  co_return;
 }
 
 SerialLine& RS232::Line() {

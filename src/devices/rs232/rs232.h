@@ -50,8 +50,7 @@ class RS232 final : public PortTableDevice {
   std::string GetCommand(int32_t Index) const;
 
   void Disconnect() override;
-  using PortTableDevice::PortValue;
-  void PortValue(int32_t Index, const Variant& NewValue) override;
+  engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
 
   // The interface's members, then AddCommand and GetCommand.
   static const MemberTable kMembers;
@@ -59,11 +58,11 @@ class RS232 final : public PortTableDevice {
 
  private:
   // The ports are the commands; Connect only opens the line named by the device string.
-  void BuildPortTable() override;
+  engine::Task<void> BuildPortTable() override;
   // No connected flag: a read without a line raises 91 and one on a line that failed to open
   // raises the line's 8018, from the line itself.
   void RequireConnected() override {}
-  void ReadGroup(int32_t Index) override;
+  engine::Task<void> ReadGroup(int32_t Index) override;
   SerialLine& Line();
   std::string ReadText();
   void ClearInput(WaitClock::time_point deadline);

@@ -10,6 +10,7 @@ CurlMulti::CurlMulti(Loop& loop) : loop_(loop), multi_(curl_multi_init()) {
   curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
   curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &CurlMulti::OnTimer);
   curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
+  curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, kMaxCachedConnections);
 }
 
 CurlMulti::~CurlMulti() {
@@ -73,6 +74,14 @@ bool CurlMulti::Transfer::await_suspend(std::coroutine_handle<> waiting) {
   }
   added_ = true;
   return true;
+}
+
+void CurlMulti::Transfer::Abort(CURLcode code) {
+  if (!added_) return;
+  curl_multi_remove_handle(multi_.multi_, easy_);  // mid-transfer: libcurl closes its connection
+  added_ = false;
+  result_ = code;
+  waiting_.resume();
 }
 
 CurlMulti::Transfer::~Transfer() {

@@ -17,6 +17,9 @@ namespace vmio::engine {
 
 class CurlMulti {
  public:
+  // Idle connections kept for reuse: enough for every device of a large fleet to keep its own.
+  static constexpr long kMaxCachedConnections = 1 << 16;
+
   explicit CurlMulti(Loop& loop);
   ~CurlMulti();
   CurlMulti(const CurlMulti&) = delete;
@@ -33,6 +36,8 @@ class CurlMulti {
     // Adds the transfer; when libcurl refuses it, the task resumes at once with that error.
     bool await_suspend(std::coroutine_handle<> waiting);
     CURLcode await_resume() const noexcept { return result_; }
+    // Ends the transfer now with code (a time-out of the caller's): its task resumes here.
+    void Abort(CURLcode code);
 
    private:
     friend class CurlMulti;

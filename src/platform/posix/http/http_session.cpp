@@ -1,12 +1,14 @@
-// The HTTP seam on libcurl. Each session keeps one easy handle and one multi handle (which
-// holds the connection cache) for its whole life, so the connection to a device stays open
-// between requests; libcurl opens a new one by itself when the device has closed it.
+// The HTTP seam on libcurl. Each session keeps one easy handle for its whole life; its
+// transfers run on the multi handle of the loop it is given (one per loop and certificate
+// rule, made on first use), whose connection cache keeps the connection to a device open
+// between requests; libcurl opens a new one by itself when the device has closed it. A loop
+// drives any number of sessions' transfers at once (libcurl's socket-action form).
 //
-// The transfer is driven here with the multi interface instead of curl_easy_perform so that
-// the receive time-out is a true inactivity time-out with millisecond precision: it runs from
+// The receive time-out is a true inactivity time-out with millisecond precision: it runs from
 // the moment a request goes out and restarts whenever response bytes arrive. Since a reply
 // dripping a byte at a time never trips it, a request limit also runs from the first send of
 // a request (redirects and authentication round trips included) and ends it whatever arrives.
+// Both are timers on the loop racing the transfer.
 #include <curl/curl.h>
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
@@ -14,22 +16,24 @@
 #include <openssl/x509_vfy.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <memory>
+#include <optional>
+#include <utility>
 
 #include "http/http_session.h"
+#include "platform/posix/http/curl_multi.h"
 
 namespace vmio {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr long kConnectTimeoutMs = 10000;
 constexpr uint32_t kReceiveTimeoutMs = 5000;
 constexpr long long kRequestLimitMs = 30000;
 constexpr long kMaxRedirects = 10;
-constexpr int kIdlePollMs = 1000;  // the longest single wait when no time-out is near
+constexpr int64_t kIdleCheckMs = 1000;  // the longest a time-out check sleeps when none is near
 
 bool GlobalInit() {
   static const bool kInitialised = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
@@ -74,10 +78,25 @@ int MatchesPin(X509_STORE_CTX* store, void* pin_ptr) {
   return match ? 1 : 0;
 }
 
+// The multi handles of one loop: one per certificate rule, since libcurl would hand a
+// connection trusted under one pin to a request under another (it does not know the pin).
+class CurlMultis final : public engine::Io::Service {
+ public:
+  explicit CurlMultis(engine::Io& io) : loop_(io.loop()) {}
+  engine::CurlMulti& For(const std::string& pin, bool insecure) {
+    std::unique_ptr<engine::CurlMulti>& multi = multis_[{pin, insecure}];
+    if (!multi) multi = std::make_unique<engine::CurlMulti>(loop_);
+    return *multi;
+  }
+
+ private:
+  engine::Loop& loop_;
+  std::map<std::pair<std::string, bool>, std::unique_ptr<engine::CurlMulti>> multis_;
+};
+
 class CurlSession final : public HttpSession {
  public:
-  explicit CurlSession(const std::string& userAgent)
-      : easy_(curl_easy_init()), multi_(curl_multi_init()), base_headers_(BaseHeaders()) {
+  explicit CurlSession(const std::string& userAgent) : easy_(curl_easy_init()), base_headers_(BaseHeaders()) {
     if (!Valid()) return;
     error_buffer_[0] = '\0';
     curl_easy_setopt(easy_, CURLOPT_USERAGENT, userAgent.c_str());
@@ -114,19 +133,18 @@ class CurlSession final : public HttpSession {
 
   ~CurlSession() override {
     if (easy_) curl_easy_cleanup(easy_);
-    if (multi_) curl_multi_cleanup(multi_);
     curl_slist_free_all(request_headers_);
     curl_slist_free_all(base_headers_);
   }
   CurlSession(const CurlSession&) = delete;
   CurlSession& operator=(const CurlSession&) = delete;
 
-  bool Valid() const { return easy_ && multi_ && base_headers_; }
+  bool Valid() const { return easy_ && base_headers_; }
 
   void SetReceiveTimeout(uint32_t ms) override { receive_timeout_ms_ = ms; }
 
-  HttpResult Perform(const std::string& url, const std::string& sendHeaders, const std::string& postData,
-                     const HttpAccess& access, HttpReceiver& receiver) override {
+  engine::Task<HttpResult> Perform(engine::Io& io, std::string url, std::string sendHeaders, std::string postData,
+                                   HttpAccess access, HttpReceiver& receiver) override {
     receiver_ = &receiver;
     waiting_ = false;
     headers_done_ = false;
@@ -146,7 +164,7 @@ class CurlSession final : public HttpSession {
     }
     curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, HeaderList(sendHeaders));
 
-    const CURLcode code = Transfer();
+    const CURLcode code = co_await Transfer(io);
     receiver_ = nullptr;
     curl_off_t length = -1;
     curl_easy_getinfo(easy_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
@@ -160,7 +178,7 @@ class CurlSession final : public HttpSession {
     long os_error = 0;
     if (code != CURLE_OK && curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &os_error) == CURLE_OK && os_error != 0)
       last_response_ += " (" + std::string(std::strerror(static_cast<int>(os_error))) + ")";
-    return {Classify(code), length};
+    co_return HttpResult{Classify(code), length};
   }
 
   std::string LastResponse() const override { return last_response_; }
@@ -168,57 +186,67 @@ class CurlSession final : public HttpSession {
  private:
   // Runs the transfer to its end, until no byte has arrived for the receive time-out, or until
   // the request limit has passed since the request first went out.
-  CURLcode Transfer() {
-    if (curl_multi_add_handle(multi_, easy_) != CURLM_OK) return CURLE_FAILED_INIT;
-    CURLcode code = CURLE_FAILED_INIT;
-    for (;;) {
-      int running = 0;
-      if (curl_multi_perform(multi_, &running) != CURLM_OK) break;
-      int queued = 0;
-      if (CURLMsg* msg = curl_multi_info_read(multi_, &queued); msg && msg->msg == CURLMSG_DONE) {
-        code = msg->data.result;
-        break;
+  engine::Task<CURLcode> Transfer(engine::Io& io) {
+    engine::CurlMulti::Transfer transfer = io.Get<CurlMultis>().For(pin_, insecure_).Perform(easy_);
+    loop_ = &io.loop();
+    transfer_ = &transfer;
+    // Also when the task is destroyed mid-transfer (cancelled): no check may outlive it.
+    struct Checking {
+      CurlSession& session;
+      ~Checking() {
+        session.StopChecking();
+        session.transfer_ = nullptr;
       }
-      if (running == 0) break;
-      long wait_ms = kIdlePollMs;
-      curl_multi_timeout(multi_, &wait_ms);
-      if (wait_ms < 0 || wait_ms > kIdlePollMs) wait_ms = kIdlePollMs;
-      if (sent_) {
-        const long long left = std::chrono::duration_cast<std::chrono::milliseconds>(limit_ - Clock::now()).count();
-        if (left <= 0) {
-          over_limit_ = true;
-          code = CURLE_OPERATION_TIMEDOUT;
-          break;
-        }
-        wait_ms = static_cast<long>(std::min<long long>(wait_ms, left));
-      }
-      if (waiting_ && receive_timeout_ms_ > 0) {
-        const auto idle = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - last_activity_).count();
-        const long long left = static_cast<long long>(receive_timeout_ms_) - idle;
-        if (left <= 0) {
-          timed_out_ = true;
-          code = CURLE_OPERATION_TIMEDOUT;
-          break;  // removing the handle mid-transfer closes the connection
-        }
-        wait_ms = static_cast<long>(std::min<long long>(wait_ms, left));
-      }
-      curl_multi_poll(multi_, nullptr, 0, static_cast<int>(wait_ms), nullptr);
+    } checking{*this};
+    CheckTimeouts();
+    co_return co_await transfer;
+  }
+
+  // Ends the transfer once a time-out has passed, else looks again when the next one is due
+  // (at the latest a second from now, since a request may go out meanwhile).
+  void CheckTimeouts() {
+    StopChecking();
+    if (!transfer_) return;
+    const int64_t now = engine::NowMs();
+    int64_t next = now + kIdleCheckMs;
+    if (sent_) {
+      if (now >= limit_) return Abort(over_limit_);
+      next = std::min(next, limit_);
     }
-    curl_multi_remove_handle(multi_, easy_);
-    return code;
+    if (waiting_ && receive_timeout_ms_ > 0) {
+      const int64_t quiet_until = last_activity_ + receive_timeout_ms_;
+      if (now >= quiet_until) return Abort(timed_out_);
+      next = std::min(next, quiet_until);
+    }
+    check_ = loop_->AddTimer(next, [this] {
+      check_.reset();
+      CheckTimeouts();
+    });
+  }
+  // From inside libcurl's callbacks, which may not remove the handle: on the loop's next turn.
+  void CheckSoon() {
+    StopChecking();
+    check_ = loop_->AddTimer(engine::NowMs(), [this] {
+      check_.reset();
+      CheckTimeouts();
+    });
+  }
+  void StopChecking() {
+    if (check_) loop_->CancelTimer(*check_);
+    check_.reset();
+  }
+  // Removing the handle mid-transfer closes the connection.
+  void Abort(bool& reason) {
+    reason = true;
+    transfer_->Abort(CURLE_OPERATION_TIMEDOUT);
   }
 
   void UseAccess(const HttpAccess& access) {
     curl_easy_setopt(easy_, CURLOPT_USERNAME, access.authenticate ? access.user.c_str() : nullptr);
     curl_easy_setopt(easy_, CURLOPT_PASSWORD, access.authenticate ? access.password.c_str() : nullptr);
-    if (access.certificate_sha256 != pin_ || access.insecure != insecure_) {
-      // Kept-alive connections were trusted under the old rule, and libcurl would reuse them
-      // (it does not know the pin): they go with the multi handle that holds them.
-      curl_multi_cleanup(multi_);
-      multi_ = curl_multi_init();
-      pin_ = access.certificate_sha256;
-      insecure_ = access.insecure;
-    }
+    // Kept-alive connections trusted under another rule stay with another multi handle.
+    pin_ = access.certificate_sha256;
+    insecure_ = access.insecure;
     // The pin replaces the CA check, names included.
     curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, insecure_ ? 0L : 1L);
     curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, insecure_ || !pin_.empty() ? 0L : 2L);
@@ -286,7 +314,7 @@ class CurlSession final : public HttpSession {
     return request_headers_;
   }
 
-  void Heard() { last_activity_ = Clock::now(); }
+  void Heard() { last_activity_ = engine::NowMs(); }
 
   static size_t OnHeader(char* data, size_t size, size_t count, void* self_ptr) {
     auto* self = static_cast<CurlSession*>(self_ptr);
@@ -333,15 +361,15 @@ class CurlSession final : public HttpSession {
   static int OnSending(void* self_ptr, char*, char*, int, int) {
     auto* self = static_cast<CurlSession*>(self_ptr);
     self->Heard();
-    if (!self->sent_) self->limit_ = self->last_activity_ + std::chrono::milliseconds(kRequestLimitMs);
+    if (!self->sent_) self->limit_ = self->last_activity_ + kRequestLimitMs;
     self->sent_ = true;
     self->waiting_ = true;
     self->headers_done_ = false;
+    self->CheckSoon();  // a receive time-out shorter than the idle check starts now
     return CURL_PREREQFUNC_OK;
   }
 
   CURL* easy_;
-  CURLM* multi_;
   curl_slist* base_headers_;
   curl_slist* request_headers_ = nullptr;  // base plus request_headers_for_, kept while repeated
   std::string request_headers_for_;
@@ -353,13 +381,16 @@ class CurlSession final : public HttpSession {
 
   // The request in progress.
   HttpReceiver* receiver_ = nullptr;
-  Clock::time_point last_activity_;
-  Clock::time_point limit_;     // when the request limit ends the request
-  bool waiting_ = false;        // a request is out: the receive time-out runs
-  bool informational_ = false;  // the response being read is a 1xx one
-  bool headers_done_ = false;   // a final response's headers are complete
-  bool stopped_ = false;        // the receiver stopped the transfer
-  bool sent_ = false;           // a request of this exchange has gone out: the limit runs
+  engine::Loop* loop_ = nullptr;
+  engine::CurlMulti::Transfer* transfer_ = nullptr;
+  std::optional<engine::Loop::TimerId> check_;  // the time-outs' next look
+  int64_t last_activity_ = 0;                   // engine::NowMs() of the last byte heard or sent
+  int64_t limit_ = 0;                           // when the request limit ends the request
+  bool waiting_ = false;                        // a request is out: the receive time-out runs
+  bool informational_ = false;                  // the response being read is a 1xx one
+  bool headers_done_ = false;                   // a final response's headers are complete
+  bool stopped_ = false;                        // the receiver stopped the transfer
+  bool sent_ = false;                           // a request of this exchange has gone out: the limit runs
   bool timed_out_ = false;
   bool over_limit_ = false;
 };

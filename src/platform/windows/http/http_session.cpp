@@ -151,8 +151,15 @@ class WinInetSession final : public HttpSession {
     SetTimeouts(session_.get());
   }
 
-  HttpResult Perform(const std::string& url, const std::string& sendHeaders, const std::string& postData,
-                     const HttpAccess& access, HttpReceiver& receiver) override {
+  // WinInet blocks the thread: a request runs to its end before any other, whoever drives it.
+  engine::Task<HttpResult> Perform(engine::Io&, std::string url, std::string sendHeaders, std::string postData,
+                                   HttpAccess access, HttpReceiver& receiver) override {
+    co_return PerformNow(url, sendHeaders, postData, access, receiver);
+  }
+
+ private:
+  HttpResult PerformNow(const std::string& url, const std::string& sendHeaders, const std::string& postData,
+                        const HttpAccess& access, HttpReceiver& receiver) {
     last_response_.clear();
     const std::optional<UrlParts> parts = Crack(url);
     if (!parts || (parts->scheme != INTERNET_SCHEME_HTTP && parts->scheme != INTERNET_SCHEME_HTTPS)) {
