@@ -87,6 +87,6 @@ class Fleet:
 @pytest.fixture
 def fleet_sim():
     """Six cameras and two ADAM modules; one camera silent, one module never accepting."""
-    fleet = Fleet("--devices", "8", "--adam", "2", "--silent", "1", "--unaccepting", "1", "--base", "127.41.0.1")
+    fleet = Fleet("--devices", "8", "--adam", "2", "--silent", "1", "--unaccepting", "1", "--base", "127.252.0.1")
     yield fleet
     fleet.stop()

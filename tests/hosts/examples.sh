@@ -46,7 +46,7 @@ echo "the C, C++ and Python examples list the simulated camera's ports"
 # The fleet hosts: 100 devices, 5 of them dead (3 silent, 2 never accepting), on one thread each
 # in C (its own poll loop) and Python (asyncio). Every live device comes online and stays fresh
 # (never stale) while the dead ones are offline.
-"$work/env/bin/vmio-sim" fleet --devices 100 --adam 20 --silent 3 --unaccepting 2 --base 127.40.0.1 \
+"$work/env/bin/vmio-sim" fleet --devices 100 --adam 20 --silent 3 --unaccepting 2 --base 127.253.0.1 \
   --list "$work/fleet.list" < <(sleep 600) >"$work/fleet-out" &
 fleet_pid=$!
 for _ in $(seq 100); do grep -q '^device: fleet' "$work/fleet-out" && break; sleep 0.1; done
