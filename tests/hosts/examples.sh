@@ -46,9 +46,11 @@ echo "the C, C++ and Python examples list the simulated camera's ports"
 # The fleet hosts: 100 devices, 5 of them dead (3 silent, 2 never accepting), on one thread each
 # in C (its own poll loop) and Python (asyncio). Every live device comes online and stays fresh
 # (never stale) while the dead ones are offline.
+mkfifo "$work/fleet-in"  # its standard input stays open while descriptor 4 holds the pipe
 "$work/env/bin/vmio-sim" fleet --devices 100 --adam 20 --silent 3 --unaccepting 2 --base 127.253.0.1 \
-  --list "$work/fleet.list" < <(sleep 600) >"$work/fleet-out" &
+  --list "$work/fleet.list" <"$work/fleet-in" >"$work/fleet-out" &
 fleet_pid=$!
+exec 4>"$work/fleet-in"
 for _ in $(seq 100); do grep -q '^device: fleet' "$work/fleet-out" && break; sleep 0.1; done
 grep -q '^device: fleet of 100' "$work/fleet-out" || { echo "vmio-sim fleet did not start" >&2; exit 1; }
 expect_fleet() {
