@@ -10,13 +10,29 @@
 
 enum { kMaxFd = 65536, kMaxDevices = 100000 };
 
-/* The interest of every descriptor, as the engine's watch listener tells it. */
-static int interest[kMaxFd];
-static struct pollfd polled[kMaxFd];
+/* The descriptors to poll, kept compact as the engine's watch listener tells of changes:
+ * slot[fd] is the descriptor's place in watched, plus one (0: not watched). */
+static struct pollfd watched[kMaxFd];
+static nfds_t watched_count;
+static nfds_t slot[kMaxFd];
 
 static void OnWatch(int fd, int events, void* context) {
   (void)context;
-  if (fd >= 0 && fd < kMaxFd) interest[fd] = events;
+  if (fd < 0 || fd >= kMaxFd) return;
+  if (!events) {
+    if (slot[fd]) { /* the last one takes its place */
+      watched[slot[fd] - 1] = watched[--watched_count];
+      slot[watched[slot[fd] - 1].fd] = slot[fd];
+      slot[fd] = 0;
+    }
+    return;
+  }
+  if (!slot[fd]) {
+    watched[watched_count].fd = fd;
+    slot[fd] = ++watched_count;
+  }
+  watched[slot[fd] - 1].events =
+      (short)(((events & VMIO_WATCH_READ) ? POLLIN : 0) | ((events & VMIO_WATCH_WRITE) ? POLLOUT : 0));
 }
 
 static int Fail(const char* what) {
@@ -56,25 +72,21 @@ int main(int argc, char** argv) {
 
   end = start + seconds * 1000LL;
   for (int64_t now = start; now < end; now = vmio_engine_now()) {
+    static struct pollfd ready[kMaxFd]; /* a copy: the engine changes watched while it runs */
     vmio_engine_event event;
     int64_t timeout = -1;
-    nfds_t n = 0;
-    int fd;
-    for (fd = 0; fd < kMaxFd; ++fd) {
-      if (!interest[fd]) continue;
-      polled[n].fd = fd;
-      polled[n].events =
-          (short)(((interest[fd] & VMIO_WATCH_READ) ? POLLIN : 0) | ((interest[fd] & VMIO_WATCH_WRITE) ? POLLOUT : 0));
-      polled[n++].revents = 0;
-    }
+    nfds_t n = 0, p;
     if (vmio_engine_timeout(engine, &timeout)) return Fail("timeout");
     if (timeout < 0 || timeout > end - now) timeout = end - now;
-    if (poll(polled, n, (int)timeout) < 0) return Fail("poll");
-    for (nfds_t p = 0; p < n; ++p) {
-      const short r = polled[p].revents;
+    if (poll(watched, watched_count, (int)timeout) < 0) return Fail("poll");
+    for (p = 0; p < watched_count; ++p) {
+      if (watched[p].revents) ready[n++] = watched[p];
+    }
+    for (p = 0; p < n; ++p) {
+      const short r = ready[p].revents;
       const int events = ((r & (POLLIN | POLLHUP | POLLERR)) ? VMIO_WATCH_READ : 0) |
                          ((r & (POLLOUT | POLLHUP | POLLERR)) ? VMIO_WATCH_WRITE : 0);
-      if (events && vmio_engine_ready(engine, polled[p].fd, events)) return Fail("ready");
+      if (vmio_engine_ready(engine, ready[p].fd, events)) return Fail("ready");
     }
     if (vmio_engine_run_timers(engine)) return Fail("timers");
     while (!vmio_engine_next_event(engine, &event) && event.kind != VMIO_EVENT_NONE) {
