@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <deque>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -25,32 +26,38 @@ std::string Trimmed(std::string_view text) {
   return std::string(text.substr(first, text.find_last_not_of(kBlanks) - first + 1));
 }
 
+// A port event waits at most this long for the device to tell its port names.
+constexpr int64_t kNameWaitMs = 1000;
+
 // One watched device as the operator named it.
 struct Watched {
   std::string progid;
   std::string device;  // as given, for redacting its password from descriptions
   std::string label;   // as given, password masked
   std::shared_ptr<IODevice> io;
-  std::vector<std::string> names;  // port names, filled once the device tells them
+  std::vector<std::string> names;  // its port names, once it could tell them
+  std::deque<EngineEvent> held;    // port events waiting for the names, in order
 };
 
-// The port's name, asked of the device the first time it is needed; empty while the device
-// cannot tell it (not connected yet, or busy with an exchange).
-const std::string& PortName(Watched& watched, int32_t index) {
-  static const std::string kNone;
-  if (index < 0) return kNone;
-  if (watched.names.size() <= static_cast<size_t>(index)) watched.names.resize(index + 1);
-  std::string& name = watched.names[index];
-  if (name.empty()) {
-    try {
-      name = watched.io->PortName(index);
-    } catch (const AutomationError&) {
-    }
+// Reads the port names once: a device busy with an exchange cannot tell them (5), nor one not
+// connected yet, so this is tried again later.
+bool KnowsNames(Watched& watched) {
+  if (!watched.names.empty()) return true;
+  try {
+    std::vector<std::string> names;
+    for (int32_t i = 0, count = watched.io->Ports(); i < count; ++i) names.push_back(watched.io->PortName(i));
+    watched.names = std::move(names);
+  } catch (const AutomationError&) {
   }
-  return name;
+  return !watched.names.empty();
 }
 
-void Print(Watched& watched, const EngineEvent& event, const Output& output) {
+const std::string& PortName(const Watched& watched, int32_t index) {
+  static const std::string kNone;
+  return index >= 0 && static_cast<size_t>(index) < watched.names.size() ? watched.names[index] : kNone;
+}
+
+void Print(const Watched& watched, const EngineEvent& event, const Output& output) {
   using Clock = std::chrono::system_clock;
   const Clock::time_point when = Clock::now() - std::chrono::milliseconds(Engine::Now() - event.time_ms);
   const bool on_port = event.port >= 0 && event.kind != EngineEvent::Kind::kState;
@@ -74,6 +81,24 @@ void Print(Watched& watched, const EngineEvent& event, const Output& output) {
     line += "error " + std::to_string(error.Number()) + ": " + error.Description();
   }
   output.out << line << std::endl;
+}
+
+// Prints an event, or holds a port event back until the device's port names are known (or
+// kNameWaitMs passed: then it goes without a name rather than late).
+void Show(Watched& watched, EngineEvent event, const Output& output) {
+  const bool on_port = event.port >= 0 && event.kind != EngineEvent::Kind::kState;
+  if (watched.held.empty() && (!on_port || KnowsNames(watched))) {
+    Print(watched, event, output);
+    return;
+  }
+  watched.held.push_back(std::move(event));
+}
+
+void ShowHeld(Watched& watched, const Output& output, bool ending = false) {
+  if (watched.held.empty()) return;
+  if (!KnowsNames(watched) && !ending && Engine::Now() - watched.held.front().time_ms < kNameWaitMs) return;
+  for (const EngineEvent& event : watched.held) Print(watched, event, output);
+  watched.held.clear();
 }
 
 }  // namespace
@@ -111,7 +136,7 @@ int WatchMany(const std::vector<Target>& targets, const WatchOptions& options, c
     auto io = std::dynamic_pointer_cast<IODevice>(object);
     if (!io) throw AutomationError(kMemberNotSupported);
     const int32_t id = engine.Add(object, target.device, watch);
-    watched[id] = {std::string(target.cls.progid), target.device, MaskCredentials(target.device), io, {}};
+    watched[id] = {std::string(target.cls.progid), target.device, MaskCredentials(target.device), io, {}, {}};
   }
   if (!output.json) {
     output.out << "watching " << watched.size() << " devices, every " << options.interval_ms << " ms" << std::endl;
@@ -122,8 +147,10 @@ int WatchMany(const std::vector<Target>& targets, const WatchOptions& options, c
     const int64_t now = Engine::Now();
     if (now >= end || (options.stop != kNoWaitHandle && WaitRunningEvents(options.stop, 0))) break;
     engine.RunUntil(std::min(end, now + kStopCheckMs));
-    for (EngineEvent event; engine.NextEvent(event);) Print(watched.at(event.device), event, output);
+    for (EngineEvent event; engine.NextEvent(event);) Show(watched.at(event.device), std::move(event), output);
+    for (auto& [id, one] : watched) ShowHeld(one, output);
   }
+  for (auto& [id, one] : watched) ShowHeld(one, output, true);
   return 0;
 }
 
