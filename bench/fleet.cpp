@@ -166,11 +166,25 @@ struct EngineFleet {
   }
 };
 
+// Each sweep's last live answer, and every live answer's time for the percentile.
+struct SweepTimes {
+  double live_ms = 0;
+  std::vector<double> all;
+
+  void Add(const std::vector<double>& times) {
+    live_ms += *std::max_element(times.begin(), times.end());
+    all.insert(all.end(), times.begin(), times.end());
+  }
+  void Report(benchmark::State& state) const {
+    state.counters["live_ms"] = live_ms / static_cast<double>(state.iterations());
+    state.counters["p99_ms"] = P99(all);
+  }
+};
+
 // Every camera connected at once through the engine's loop (new objects each iteration).
 void BM_EngineConnect(benchmark::State& state) {
   const auto fleet = StartFleet(state);
-  double live_ms = 0;
-  std::vector<double> all;
+  SweepTimes sweeps;
   for (auto _ : state) {
     EngineFleet cameras(*fleet);
     vmio::engine::Io io;
@@ -178,11 +192,9 @@ void BM_EngineConnect(benchmark::State& state) {
     const std::vector<double> times = cameras.RunAll(
         *fleet, io, [&](size_t i) { return cameras.devices[i]->ConnectOn(io, fleet->Devices()[i].device); }, error);
     if (!error.empty()) state.SkipWithError(error.c_str());
-    live_ms += *std::max_element(times.begin(), times.end());
-    all.insert(all.end(), times.begin(), times.end());
+    sweeps.Add(times);
   }
-  state.counters["live_ms"] = live_ms / static_cast<double>(state.iterations());
-  state.counters["p99_ms"] = P99(all);
+  sweeps.Report(state);
 }
 
 // Every camera's inputs read at once through the engine's loop; the dead ones are trying to
@@ -194,18 +206,15 @@ void BM_EngineRefresh(benchmark::State& state) {
   std::string error;
   const auto connect = [&](size_t i) { return cameras.devices[i]->ConnectOn(io, fleet->Devices()[i].device); };
   cameras.RunAll(*fleet, io, connect, error);
-  double live_ms = 0;
-  std::vector<double> all;
+  SweepTimes sweeps;
   for (auto _ : state) {
     const std::vector<double> times = cameras.RunAll(
         *fleet, io,
         [&](size_t i) { return Live(fleet->Devices()[i]) ? cameras.devices[i]->RefreshOn(io) : connect(i); }, error);
     if (!error.empty()) state.SkipWithError(error.c_str());
-    live_ms += *std::max_element(times.begin(), times.end());
-    all.insert(all.end(), times.begin(), times.end());
+    sweeps.Add(times);
   }
-  state.counters["live_ms"] = live_ms / static_cast<double>(state.iterations());
-  state.counters["p99_ms"] = P99(all);
+  sweeps.Report(state);
 }
 
 // The public engine: from adding every device to every live one's first values.
@@ -236,16 +245,8 @@ void BM_FloorCurlMulti(benchmark::State& state) {
   CURLM* multi = curl_multi_init();
   std::vector<CURL*> easies;
   for (const auto& d : fleet->Devices()) {
-    CURL* easy = curl_easy_init();
-    const std::string url = "http://" + d.device + "/axis-cgi/io/port.cgi?check=1,2,3,4";
-    curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Discard);
-    // The library's own limits: 10 s to connect, 5 s of silence, 30 s in all.
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, 10000L);
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, 5L);
-    curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, 30000L);
-    curl_easy_setopt(easy, CURLOPT_PRIVATE, d.health == vmio::sim::FleetHealth::Live ? easy : nullptr);
+    CURL* easy = FloorEasy("http://" + d.device + "/axis-cgi/io/port.cgi?check=1,2,3,4");
+    curl_easy_setopt(easy, CURLOPT_PRIVATE, Live(d) ? easy : nullptr);
     easies.push_back(easy);
   }
   double live_ms = 0;
@@ -293,46 +294,24 @@ void BM_BlockingObjects(benchmark::State& state) {
   state.counters["live_ms"] = live_ms / static_cast<double>(state.iterations());
 }
 
+// Whole sweeps, in milliseconds of real time (the thread sleeps while it waits).
+template <int kIterations>
+void Sweeps(benchmark::internal::Benchmark* b) {
+  b->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(kIterations);
+}
+
 // 1,000 cameras answering at once and after 20 ms; 100 with 5 dead (the dead cost seconds).
 BENCHMARK(BM_FloorCurlMulti)
     ->Args({1000, 0, 0})
     ->Args({1000, 20, 0})
     ->Args({105, 20, 5})
     ->Args({1000, 20, 50})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(3);
-BENCHMARK(BM_FloorCurlMultiConnect)
-    ->Args({1000, 0, 0})
-    ->Args({1000, 20, 0})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(3);
-BENCHMARK(BM_EngineConnect)
-    ->Args({1000, 0, 0})
-    ->Args({1000, 20, 0})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(3);
-BENCHMARK(BM_EngineRefresh)
-    ->Args({1000, 0, 0})
-    ->Args({1000, 20, 0})
-    ->Args({1000, 20, 50})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(5);
-BENCHMARK(BM_EngineFirstValues)
-    ->Args({1000, 20, 0})
-    ->Args({1000, 20, 50})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(3);
-BENCHMARK(BM_BlockingObjects)
-    ->Args({1000, 0, 0})
-    ->Args({100, 20, 0})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Iterations(1);
+    ->Apply(Sweeps<3>);
+BENCHMARK(BM_FloorCurlMultiConnect)->Args({1000, 0, 0})->Args({1000, 20, 0})->Apply(Sweeps<3>);
+BENCHMARK(BM_EngineConnect)->Args({1000, 0, 0})->Args({1000, 20, 0})->Apply(Sweeps<3>);
+BENCHMARK(BM_EngineRefresh)->Args({1000, 0, 0})->Args({1000, 20, 0})->Args({1000, 20, 50})->Apply(Sweeps<5>);
+BENCHMARK(BM_EngineFirstValues)->Args({1000, 20, 0})->Args({1000, 20, 50})->Apply(Sweeps<3>);
+BENCHMARK(BM_BlockingObjects)->Args({1000, 0, 0})->Args({100, 20, 0})->Apply(Sweeps<1>);
 
 }  // namespace
 

@@ -17,7 +17,7 @@ set(CPACK_COMPONENTS_ALL lib dev tools)
 set(CPACK_DEBIAN_LIB_PACKAGE_NAME libvmio${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libvmio-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libcurl4-openssl-dev | libcurl-dev, libssl-dev")
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libcurl4-openssl-dev | libcurl-dev, libssl-dev, libc-ares-dev")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vmio-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 # libvmio.so.0 comes from the build, not from an installed package: dpkg-shlibdeps takes it as

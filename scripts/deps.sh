@@ -2,7 +2,7 @@
 # Installs the Debian packages the build and the tests need; does nothing when they are present.
 # With arguments, installs those packages instead (scripts/test-windows.sh gives its own list).
 set -euo pipefail
-pkgs=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libcpp-httplib-dev
+pkgs=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libc-ares-dev libcpp-httplib-dev
       libmodbus-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format python3-pytest
       python3-venv python3-pip python3-setuptools python3-wheel python3-mypy  # the Python package
       doxygen                                                                 # the API reference

@@ -26,11 +26,12 @@ cmake --build build/asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build/asan --output-on-failure -j "$jobs"
 
-# The engine's coroutines under clang too: the two compilers lay out coroutine frames apart.
+# The coroutines under clang too (the two compilers lay out coroutine frames apart): the
+# engine's own tests, and every make's exchanges through the shared rules and the engine.
 cmake -S . -B build/asan-clang -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVMIO_SANITIZE=ON \
   -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ >/dev/null
-cmake --build build/asan-clang -j "$jobs" --target test_engine
+cmake --build build/asan-clang -j "$jobs" --target test_engine test_integration
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-  ctest --test-dir build/asan-clang --output-on-failure -R '^Engine'
+  ctest --test-dir build/asan-clang --output-on-failure -j "$jobs" -R '^(Engine|EveryMake|Fleet)'
 
 scripts/fuzz-replay.sh

@@ -19,6 +19,9 @@
 ///   the engine names (Descriptors, or the changes told to a WatchListener) and call Ready
 ///   when one is ready; call RunTimers when Timeout() milliseconds have passed.
 ///
+/// The thread's timers (vmio/events.h: a logger's keep-alive) run inside the engine too:
+/// Timeout() counts them and RunTimers() and RunUntil run them.
+///
 /// While a device is in an engine, the engine drives it: a blocking member called on it
 /// during one of its exchanges raises 5 "Invalid procedure call or argument".
 #include <cstddef>

@@ -18,6 +18,7 @@ enum RuntimeError : int32_t {
   kSubscriptOutOfRange = 9,     ///< "Subscript out of range": a port index or position past the end
   kTypeMismatch = 13,           ///< "Type mismatch": a value of the wrong type
   kDeviceIOError = 57,          ///< "Device I/O error": a download could not be written
+  kTooManyFiles = 67,           ///< "Too many files": the process ran out of descriptors
   kDiskFull = 61,               ///< "Disk full": a download could not be written
   kPathFileAccessError = 75,    ///< "Path/File access error": a download's file could not be made
   kPathNotFound = 76,           ///< "Path not found": a download's folder does not exist
@@ -43,7 +44,7 @@ enum RuntimeError : int32_t {
 class VMIO_API AutomationError : public std::runtime_error {
  public:
   /// A run-time error with the automation run-time's standard text for its number
-  /// (5, 6, 7, 9, 13, 91, 429, 438, 450, 457, kWrongThread); an empty description for others.
+  /// (5, 6, 7, 9, 13, 67, 91, 429, 438, 450, 457, kWrongThread); an empty description for others.
   explicit AutomationError(int32_t number);
   /// An error with a description of its own (a driver's, the HTTP client's).
   AutomationError(int32_t number, std::string description);

@@ -18,6 +18,8 @@ std::string StandardErrorText(int32_t number) {
       return "Subscript out of range";
     case kTypeMismatch:
       return "Type mismatch";
+    case kTooManyFiles:
+      return "Too many files";
     case kObjectNotSet:
       return "Object variable or With block variable not set";
     case kCannotCreateObject:

@@ -16,6 +16,7 @@
 #include "engine/poll_descriptors.h"
 #include "vmio/engine.h"
 #include "vmio/error.h"
+#include "vmio/events.h"
 #include "vmio/io_device.h"
 
 namespace vmio {
@@ -420,8 +421,12 @@ int64_t Engine::Now() { return engine::NowMs(); }
 void Engine::RunUntil(int64_t deadline_ms) {
   impl_->CheckOutsideListener();
   for (int64_t left = deadline_ms - Now(); left > 0; left = deadline_ms - Now()) {
-    const int wait = static_cast<int>(std::min<int64_t>(left, INT32_MAX));
-    if (!impl_->io.loop().RunOnce(wait)) engine::PollDescriptors({}, wait);  // nothing to watch: just wait
+    int64_t wait = left;
+    // The thread's own timers (a logger's keep-alive) run inside the engine too.
+    if (const int32_t events = MillisecondsUntilNextEvent(); events >= 0) wait = std::min<int64_t>(wait, events);
+    const int slice = static_cast<int>(std::min<int64_t>(wait, INT32_MAX));
+    if (!impl_->io.loop().RunOnce(slice)) engine::PollDescriptors({}, slice);  // nothing to watch: just wait
+    RunPendingEvents();
   }
   impl_->io.loop().RunDueTimers();
 }
@@ -455,7 +460,10 @@ void Engine::SetWatchListener(std::function<void(int fd, int events)> listener) 
 
 int64_t Engine::Timeout() const {
   impl_->Check();
-  return impl_->io.loop().MillisecondsUntilNextTimer();
+  const int64_t engine = impl_->io.loop().MillisecondsUntilNextTimer();
+  const int64_t events = MillisecondsUntilNextEvent();
+  if (engine < 0 || events < 0) return std::max(engine, events);
+  return std::min(engine, events);
 }
 
 void Engine::Ready(int fd, int events) {
@@ -466,6 +474,7 @@ void Engine::Ready(int fd, int events) {
 void Engine::RunTimers() {
   impl_->CheckOutsideListener();
   impl_->io.loop().RunDueTimers();
+  RunPendingEvents();
 }
 
 }  // namespace vmio

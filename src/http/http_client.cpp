@@ -204,6 +204,8 @@ engine::Task<HttpResponse> HTTPClient::Perform(engine::Io& io, std::string URL, 
       co_return Failure(kHttpConnectFailed, "Failed to connect to the HTTP server.");
     case HttpOutcome::BodyBroken:
       co_return Failure(kHttpReceiveFailed, "Disconnected while recieving data");
+    case HttpOutcome::NoDescriptor:
+      co_return Failure(kTooManyFiles, AutomationError(kTooManyFiles).Description());
     case HttpOutcome::Stopped:
       co_return exchange.StopFailure();
   }

@@ -13,7 +13,8 @@
 // 13102 "Failed to initialise the HTTP request" / "Windows is in offline mode.",
 // 13104 "Failed to connect to the HTTP server.", 13106 "InternetQueryDataAvailable returned
 // failure" / "GetLastError returned N" / "Disconnected while recieving data" / "Download file
-// truncated", 13107 "Download cancelled". A request made while one is in progress (from a
+// truncated", 13107 "Download cancelled", 67 "Too many files" (no descriptor was left for a
+// connection: the host's limit, not the device, failed). A request made while one is in progress (from a
 // handler the first one runs) raises 5 "Invalid procedure call or argument".
 #include <cstdint>
 #include <functional>

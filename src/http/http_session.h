@@ -16,14 +16,15 @@ namespace vmio {
 
 // How a request ended, as far as the transport can tell.
 enum class HttpOutcome {
-  Complete,    // the whole body arrived
-  Truncated,   // the server closed the connection before the announced length arrived
-  BadUrl,      // the URL cannot be used: malformed, or a scheme other than http
-  NoRequest,   // the transport could not make a request for the URL
-  Offline,     // the system is set to work offline
-  NoResponse,  // no complete response header arrived (refused, time-out, reset)
-  BodyBroken,  // the headers arrived, then reading the body failed (reset, time-out)
-  Stopped,     // the receiver asked to stop
+  Complete,      // the whole body arrived
+  Truncated,     // the server closed the connection before the announced length arrived
+  BadUrl,        // the URL cannot be used: malformed, or a scheme other than http
+  NoRequest,     // the transport could not make a request for the URL
+  Offline,       // the system is set to work offline
+  NoResponse,    // no complete response header arrived (refused, time-out, reset)
+  BodyBroken,    // the headers arrived, then reading the body failed (reset, time-out)
+  Stopped,       // the receiver asked to stop
+  NoDescriptor,  // the process has no descriptor left for a connection
 };
 
 struct HttpResult {

@@ -56,29 +56,33 @@ bool ModbusT::Connect(const std::string& HostName, uint16_t Port) {
 }
 
 ModbusResult ModbusT::Open(const std::string& HostName, uint16_t Port) {
+  return engine::RunBlocking([&](engine::Io& io) { return OpenOn(io, HostName, Port); });
+}
+
+engine::Task<ModbusResult> ModbusT::OpenOn(engine::Io& io, std::string HostName, uint16_t Port) {
   const CallGuard exchange(busy_);
   DebugLog("Attempting to connect");
   DebugLog("Resolving address: ", HostName);
   if (HostName.empty() || HostName.find('\0') != std::string::npos) {  // a NUL would cut the name
     DebugLog("Invalid hostname");
-    return Failure(kConnectError, "Invalid hostname");
+    co_return Failure(kConnectError, "Invalid hostname");
   }
   DebugLog("Creating Modbus/T socket");
   if (Socket != kNoSocket) CloseSocket(Socket);
   Socket = OpenSocket(SocketKind::Tcp);
   if (Socket == kNoSocket) {
     DebugLog("Failed to create a socket");
-    return Failure(kConnectError, "Failed to create a socket");
+    co_return Failure(kConnectError, "Failed to create a socket");
   }
   DebugLog("Connecting to ", HostName);
-  if (!ConnectIPv4(Socket, HostName, Port, kConnectTimeoutMs)) {
+  if (!co_await ConnectIPv4On(io.loop(), Socket, HostName, Port, kConnectTimeoutMs)) {
     DebugLog("Failed to connect to device: ", LastSocketError());
-    return Failure(kConnectError, "Failed to connect to device");
+    co_return Failure(kConnectError, "Failed to connect to device");
   }
   TransactionID = 0;
   DebugLog("All done");
   connected_ = true;
-  return {};
+  co_return ModbusResult{};
 }
 
 std::vector<uint8_t> ModbusT::BuildRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
@@ -109,18 +113,24 @@ std::vector<uint8_t> ModbusT::BuildRequest(int32_t FunctionCode, std::span<const
 }
 
 ModbusResult ModbusT::Request(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
+  std::vector<ModbusArg> arguments(Arguments.begin(), Arguments.end());
+  return engine::RunBlocking([&](engine::Io& io) { return RequestOn(io, FunctionCode, std::move(arguments)); });
+}
+
+engine::Task<ModbusResult> ModbusT::RequestOn(engine::Io& io, int32_t FunctionCode, std::vector<ModbusArg> Arguments) {
   const CallGuard exchange(busy_);
   DebugLog("Sending command ", FunctionCode);
   const std::vector<uint8_t> frame = BuildRequest(FunctionCode, Arguments);
   DiscardPending();
   if (SendBytes(Socket, frame) == -1) {
     DebugLog("Control connection disconnected");
-    return Failure(kTransferError, "Send failed");
+    co_return Failure(kTransferError, "Send failed");
   }
   DebugLog("Reading reply");
   reply_.fill(0);
-  const int32_t count = RecvTimeout(Socket, reply_.data(), static_cast<int32_t>(reply_.size()), 0, kReplyWaitSeconds);
-  return JudgeReply(reply_, count);
+  const int32_t count = co_await RecvTimeoutOn(io.loop(), Socket, reply_.data(), static_cast<int32_t>(reply_.size()), 0,
+                                               kReplyWaitSeconds);
+  co_return JudgeReply(reply_, count);
 }
 
 std::vector<uint8_t> ModbusT::SendRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments) {
@@ -162,11 +172,17 @@ void ModbusT::DiscardPending() {
 }
 
 ModbusResult ModbusT::ReadCoils(int16_t Address, int16_t Count) {
-  ModbusResult result = Request(1, Address, Count);
-  if (!result.Ok()) return result;
-  if (result.data.empty()) return Failure(kSubscriptOutOfRange, StandardErrorText(kSubscriptOutOfRange));
+  return engine::RunBlocking([&](engine::Io& io) { return ReadCoilsOn(io, Address, Count); });
+}
+
+engine::Task<ModbusResult> ModbusT::ReadCoilsOn(engine::Io& io, int16_t Address, int16_t Count) {
+  // Named: g++ 12 cannot keep a braced list inside a co_await expression.
+  std::vector<ModbusArg> arguments{Address, Count};
+  ModbusResult result = co_await RequestOn(io, 1, std::move(arguments));
+  if (!result.Ok()) co_return result;
+  if (result.data.empty()) co_return Failure(kSubscriptOutOfRange, StandardErrorText(kSubscriptOutOfRange));
   result.data = SubArray(result.data, 1, result.data[0]);
-  return result;
+  co_return result;
 }
 
 std::vector<uint8_t> ModbusT::GetCoilData(int16_t Address, int16_t Count) {
@@ -174,7 +190,11 @@ std::vector<uint8_t> ModbusT::GetCoilData(int16_t Address, int16_t Count) {
 }
 
 ModbusResult ModbusT::WriteCoil(int16_t Address, bool State) {
-  return Request(5, Address, static_cast<int16_t>(State ? -256 : 0));  // 0xFF00 or 0x0000
+  return engine::RunBlocking([&](engine::Io& io) { return WriteCoilOn(io, Address, State); });
+}
+
+engine::Task<ModbusResult> ModbusT::WriteCoilOn(engine::Io& io, int16_t Address, bool State) {
+  return RequestOn(io, 5, {Address, static_cast<int16_t>(State ? -256 : 0)});  // 0xFF00 or 0x0000
 }
 
 void ModbusT::SetCoilState(int16_t Address, bool State) { TakeData(WriteCoil(Address, State)); }

@@ -13,6 +13,9 @@
 // reply cannot answer the next request. The reply's transaction, protocol and unit identifiers and its
 // function code are not checked.
 //
+// Each exchange is a task on an Io (the *On members), so one thread can run many clients'
+// exchanges side by side; the blocking members run the same tasks to completion.
+//
 // Errors (exact texts): 46001 "Invalid hostname" / "Failed to create a socket" / "Failed to
 // connect to device", 46002 "Send failed" / "Receive failed", 46003 "Receive timed out",
 // 46004 "Invalid reply received" (8 bytes or fewer, or the peer closed), 46005 "Modbus
@@ -27,6 +30,7 @@
 
 #include "core/exchange_result.h"
 #include "core/trace.h"
+#include "engine/io.h"
 #include "net/socket.h"
 
 namespace vmio {
@@ -52,12 +56,14 @@ class ModbusT {
   bool Connect(const std::string& HostName, uint16_t Port);
   // As Connect, the failure returned instead of raised.
   ModbusResult Open(const std::string& HostName, uint16_t Port);
+  engine::Task<ModbusResult> OpenOn(engine::Io& io, std::string HostName, uint16_t Port);
   bool Connected() const { return connected_; }
 
   // The narrow call every exchange goes through: sends FunctionCode with the arguments and
   // returns the reply's data part (the bytes after the function code, as many as the reply's
   // length field says), or the client's error. Never raises the client's errors.
   ModbusResult Request(int32_t FunctionCode, std::span<const ModbusArg> Arguments = {});
+  engine::Task<ModbusResult> RequestOn(engine::Io& io, int32_t FunctionCode, std::vector<ModbusArg> Arguments);
   // Request, raising its error.
   std::vector<uint8_t> SendRequest(int32_t FunctionCode, std::span<const ModbusArg> Arguments = {});
   template <class... Args>
@@ -76,9 +82,11 @@ class ModbusT {
   // The coil status bytes of Count coils from Address: bit 0 of the first byte is Address
   // (9 when the reply has no byte count).
   ModbusResult ReadCoils(int16_t Address, int16_t Count);
+  engine::Task<ModbusResult> ReadCoilsOn(engine::Io& io, int16_t Address, int16_t Count);
   std::vector<uint8_t> GetCoilData(int16_t Address, int16_t Count);
   // Writes 0xFF00 (on) or 0x0000 (off) to one coil.
   ModbusResult WriteCoil(int16_t Address, bool State);
+  engine::Task<ModbusResult> WriteCoilOn(engine::Io& io, int16_t Address, bool State);
   void SetCoilState(int16_t Address, bool State);
   // Closes the connection; does nothing unless connected.
   void Disconnect();

@@ -40,6 +40,9 @@ class SerialLine {
   // What a wait for input waits on; kNoWaitHandle when the line is closed or has hung up
   // (then nothing will arrive, and a wait only sleeps out its time).
   virtual WaitHandle ReadyHandle() const = 0;
+  // Whether ReadyHandle is a descriptor an engine loop can watch (false where the platform's
+  // loop watches sockets only: there a wait for input blocks, one exchange at a time).
+  virtual bool WatchableByLoop() const = 0;
 };
 
 std::unique_ptr<SerialLine> CreateSerialLine();

@@ -1,8 +1,10 @@
 // The concurrent engine against a simulated fleet on loopback, through the public API only.
 #include "vmio/engine.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <map>
@@ -12,6 +14,8 @@
 
 #include "fleet_sim.h"
 #include "vmio/error.h"
+#include "vmio/events.h"
+#include "vmio/io_device.h"
 #include "vmio/objects.h"
 
 namespace vmio {
@@ -121,6 +125,23 @@ TEST(EngineTest, KeepsLiveDevicesFreshWhileDeadOnesOnlyCostTheirOwnTime) {
   for (int32_t id : live) EXPECT_EQ(w.engine.State(id), DeviceState::kOnline);
 }
 
+struct Ticks final : Callbackable {
+  void Callback() override { ++count; }
+  int count = 0;
+};
+
+// The thread's timers (a logger's keep-alive) run inside the engine's run, with nothing else to do.
+TEST(EngineTest, RunsTheThreadsTimersToo) {
+  Engine engine;
+  const auto ticks = std::make_shared<Ticks>();
+  const int32_t timer = StartCallbackTimer(ticks, 20);
+  EXPECT_GE(engine.Timeout(), 0);
+  engine.RunUntil(Engine::Now() + 110);
+  StopCallbackTimer(timer);
+  EXPECT_GE(ticks->count, 4);
+  EXPECT_EQ(engine.Timeout(), -1);
+}
+
 TEST(EngineTest, WritesRunInOrderBetweenReadsEachWithItsResult) {
   FleetSim fleet(Cameras(2, 0, 0));
   fleet.Start();
@@ -213,9 +234,16 @@ TEST(EngineTest, RefusesMisuseWithAutomationErrors) {
   EXPECT_EQ(number([&] { w.engine.Add(CreateObject("VMIO.Axis"), "x", WatchOptions{.interval_ms = 1}); }),
             kInvalidProcedureCall);
   EXPECT_EQ(number([&] { w.engine.State(99); }), kSubscriptOutOfRange);
-  int32_t from_other_thread = 0;
-  std::thread([&] { from_other_thread = number([&] { w.engine.State(w.ids[0]); }); }).join();
-  EXPECT_EQ(from_other_thread, kWrongThread);
+  // The engine and every object belong to their thread: other threads get an error, not a race.
+  auto camera = std::dynamic_pointer_cast<IODevice>(CreateObject("VMIO.Axis"));
+  std::vector<int32_t> from_other_threads(5);
+  std::vector<std::thread> threads;
+  threads.emplace_back([&] { from_other_threads[4] = number([&] { w.engine.State(w.ids[0]); }); });
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back(
+        [&, t] { from_other_threads[static_cast<size_t>(t)] = number([&] { camera->PortValue(0); }); });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(from_other_threads, std::vector<int32_t>(5, kWrongThread));
 
   // Removing a device mid-exchange (the silent one waits for its answer) leaves nothing behind.
   w.RunUntil([] { return false; }, 200);
@@ -225,6 +253,34 @@ TEST(EngineTest, RefusesMisuseWithAutomationErrors) {
   w.RunUntil([] { return false; }, 100);
   EXPECT_TRUE(w.engine.Descriptors().empty());
   EXPECT_EQ(w.engine.Timeout(), -1);
+}
+
+// A host that runs out of descriptors is told so, not that its devices look dead.
+TEST(EngineTest, RunningOutOfDescriptorsIsReportedAsSuch) {
+  FleetSim fleet(Cameras(2, 0, 0));
+  fleet.Start();
+  auto first = std::dynamic_pointer_cast<IODevice>(CreateObject("VMIO.Axis"));
+  first->Connect(fleet.Devices()[0].device);
+  Engine engine;
+  engine.Add(CreateObject("VMIO.Axis"), fleet.Devices()[1].device, {.interval_ms = 50});
+
+  std::vector<int> fillers;
+  for (int fd; fillers.size() < 100000 && (fd = ::open("/dev/null", O_RDONLY)) >= 0;) fillers.push_back(fd);
+  auto second = std::dynamic_pointer_cast<IODevice>(CreateObject("VMIO.Axis"));
+  try {
+    second->Connect(fleet.Devices()[1].device);
+    ADD_FAILURE() << "connected without a descriptor";
+  } catch (const AutomationError& e) {
+    EXPECT_EQ(e.Number(), kTooManyFiles);
+    EXPECT_EQ(e.Description(), "Too many files");
+  }
+  engine.RunUntil(Engine::Now() + 100);
+  EngineEvent event;
+  bool reported = false;
+  while (engine.NextEvent(event)) reported |= event.kind == EngineEvent::Kind::kError && event.error == kTooManyFiles;
+  EXPECT_TRUE(reported);
+  for (const int fd : fillers) ::close(fd);
+  second->Connect(fleet.Devices()[1].device);  // with descriptors back, all is well again
 }
 
 }  // namespace

@@ -83,12 +83,13 @@ engine::Task<void> ADAM::BuildPortTable() {
     port = ParsePort(rest.substr(0, rest.find(':')));
   }
   // A port that is not a number fails like the connect itself, before any attempt.
-  if (port) Connected = Modbus.Open(host, *port).Ok();
+  engine::Io& io = CurrentIo();
+  if (port) Connected = (co_await Modbus.OpenOn(io, host, *port)).Ok();
   if (!Connected) RaiseConnectionFailed("Connection failed");
-  if (!Modbus.ReadCoils(0, 1).Ok()) RaiseConnectionFailed("Unrecognised device");
+  if (!(co_await Modbus.ReadCoilsOn(io, 0, 1)).Ok()) RaiseConnectionFailed("Unrecognised device");
 
   DigitalInputs = AnalogInputs = DigitalOutputs = AnalogOutputs = 0;
-  Model = GetModelNumber(host);
+  Model = co_await GetModelNumber(io, host);
   const auto* found = std::ranges::find(kModels, std::string_view(Model), &AdamModel::model);
   if (found == std::end(kModels)) RaiseConnectionFailed("Unsupported model number");
   DigitalInputs = found->digital_inputs;
@@ -98,21 +99,22 @@ engine::Task<void> ADAM::BuildPortTable() {
 
   ResizePorts(DigitalInputs + DigitalOutputs);
   FillDirections(DigitalInputs);  // relays are read back as well as switched
-  co_return;
 }
 
-std::string ADAM::GetModelNumber(const std::string& HostName) {
+engine::Task<std::string> ADAM::GetModelNumber(engine::Io& io, std::string HostName) {
   const QuerySocket udp;
   if (!BindAnyLocal(udp.get())) RaiseConnectionFailed("Failed to open a UDP port");
-  if (!ConnectIPv4(udp.get(), HostName, query_port_, kQueryWaitMs)) RaiseConnectionFailed("Failed to open a UDP port");
+  if (!co_await ConnectIPv4On(io.loop(), udp.get(), HostName, query_port_, kQueryWaitMs)) {
+    RaiseConnectionFailed("Failed to open a UDP port");
+  }
   SendBytes(udp.get(), StringToBytes("$01M\r", kCodePage1252));
 
   std::array<uint8_t, 20> reply{};
-  if (RecvTimeout(udp.get(), reply.data(), static_cast<int32_t>(reply.size()), 0, kQueryWaitSeconds) == -1) {
-    RaiseConnectionFailed("Failed to get the model number");
-  }
+  const int32_t count = co_await RecvTimeoutOn(io.loop(), udp.get(), reply.data(), static_cast<int32_t>(reply.size()),
+                                               0, kQueryWaitSeconds);
+  if (count == -1) RaiseConnectionFailed("Failed to get the model number");
   // A time-out goes on with the empty buffer.
-  return AdamModelFromAnswer(reply);
+  co_return AdamModelFromAnswer(reply);
 }
 
 std::string AdamModelFromAnswer(std::span<const uint8_t> answer) {
@@ -124,13 +126,14 @@ std::string AdamModelFromAnswer(std::span<const uint8_t> answer) {
 }
 
 engine::Task<void> ADAM::ReadGroup(int32_t) {
-  const std::vector<uint8_t> data = Modbus.GetCoilData(0, kCoilsRead);
+  ModbusResult read = co_await Modbus.ReadCoilsOn(CurrentIo(), 0, kCoilsRead);
+  read.RaiseIfFailed();
+  const std::vector<uint8_t>& data = read.data;
   for (int32_t i = 0; i < DigitalInputs; ++i) {
     // Only the first status byte is consulted: inputs 8 and above read false.
     SetValue(i, i < 8 && (StatusByte(data, 0) >> i & 1));
   }
   for (int32_t j = 0; j < DigitalOutputs; ++j) SetValue(DigitalInputs + j, j < 8 && (StatusByte(data, 2) >> j & 1));
-  co_return;
 }
 
 void ADAM::Disconnect() {
@@ -146,9 +149,9 @@ std::string ADAM::PortName(int32_t Index) {
 engine::Task<void> ADAM::WritePort(int32_t Index, Variant NewValue) {
   const std::optional<bool> state = BeginOutputWrite(Index, NewValue);
   if (!state) co_return;
-  Modbus.SetCoilState(static_cast<int16_t>(kFirstRelayCoil + Index - DigitalInputs), *state);
+  const int16_t coil = static_cast<int16_t>(kFirstRelayCoil + Index - DigitalInputs);
+  (co_await Modbus.WriteCoilOn(CurrentIo(), coil, *state)).RaiseIfFailed();
   SetValue(Index, *state);
-  co_return;
 }
 
 }  // namespace vmio

@@ -42,7 +42,7 @@ class ADAM : public PortTableDevice {
 
  private:
   engine::Task<void> BuildPortTable() override;
-  std::string GetModelNumber(const std::string& HostName);
+  engine::Task<std::string> GetModelNumber(engine::Io& io, std::string HostName);
   // One coil read serves every port; the index is checked only when the table answers.
   int32_t GroupOf(int32_t) override { return 0; }
   engine::Task<void> ReadGroup(int32_t Group) override;

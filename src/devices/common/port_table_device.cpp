@@ -8,6 +8,7 @@
 namespace vmio {
 
 void PortTableDevice::Connect(const std::string& Device) {
+  RequireOwnThread();
   engine::RunBlocking([&](engine::Io& io) { return ConnectOn(io, Device); });
 }
 
@@ -29,26 +30,31 @@ void PortTableDevice::RequireConnected() {
 }
 
 int32_t PortTableDevice::Ports() {
+  RequireOwnThread();
   RequireConnected();
   return PortCount;
 }
 
 int32_t PortTableDevice::PortDirection(int32_t Index) {
+  RequireOwnThread();
   CheckIndex(Index);
   return At(Index).direction;
 }
 
 int32_t PortTableDevice::PortType(int32_t Index) {
+  RequireOwnThread();
   CheckIndex(Index);
   return At(Index).type;
 }
 
 std::string PortTableDevice::PortName(int32_t Index) {
+  RequireOwnThread();
   CheckIndex(Index);
   return At(Index).name;
 }
 
 Variant PortTableDevice::PortValue(int32_t Index) {
+  RequireOwnThread();
   RequireConnected();
   // A fresh cache answers without an exchange: the common case stays a table look-up.
   if (const int32_t group = GroupOf(Index); group != kNoGroup) {
@@ -63,7 +69,10 @@ engine::Task<void> PortTableDevice::RefreshGroup(int32_t Group) {
   if (caching_ == ReadCaching::kAfterRead) GroupCache(Group).MarkFresh();
 }
 
-void PortTableDevice::PortValue(int32_t Index, const Variant& NewValue) { RunExchange(WritePort(Index, NewValue)); }
+void PortTableDevice::PortValue(int32_t Index, const Variant& NewValue) {
+  RequireOwnThread();
+  RunExchange(WritePort(Index, NewValue));
+}
 
 engine::Task<void> PortTableDevice::RefreshOn(engine::Io& io) {
   const IoBinding bind(*this, io);

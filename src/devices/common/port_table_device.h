@@ -18,6 +18,9 @@
 //   PortValue      45003 unless connected; the group's refresh when stale; the stored value
 //                  (9 outside the value table)
 //   Disconnect     Connected = false, Host = ""; nothing is sent, the table is kept
+// Every accessor but Disconnect (which destructors call) first raises kWrongThread unless
+// called on the object's own thread; a driver's own version of one reaches the check through
+// the accessors it calls.
 #include <cstdint>
 #include <optional>
 #include <string>

@@ -20,7 +20,9 @@ engine::Task<HttpResponse> HttpDevice::Fetch(std::string Path) {
     co_return ExchangeFailure<HttpResponse>(kHttpSessionFailed, "Failed to initialise the HTTP session");
   }
   client_.Access(address->access);
-  co_return co_await client_.FetchOn(CurrentIo(), address->Url(Path));
+  HttpResponse response = co_await client_.FetchOn(CurrentIo(), address->Url(Path));
+  if (response.error == kTooManyFiles) Raise(kTooManyFiles);
+  co_return response;
 }
 
 std::string HttpDevice::BodyText(const HttpResponse& response) { return BytesToString(response.body, kCodePage1252); }

@@ -19,7 +19,8 @@ class HttpDevice : public PortTableDevice {
   HttpDevice();
 
   // GET Path from the device: the reply, or the client's error, as a value. Never raises
-  // the client's errors; every exchange of an HTTP driver with its device is one of these.
+  // the client's errors but 67 "Too many files", which says nothing of the device: the host
+  // ran out of descriptors. Every exchange of an HTTP driver with its device is one of these.
   engine::Task<HttpResponse> Fetch(std::string Path);
   // The body decoded from code page 1252.
   static std::string BodyText(const HttpResponse& response);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "core/call_guard.h"
 #include "core/errors.h"
@@ -96,8 +97,23 @@ engine::Task<void> RS232::ReadGroup(int32_t Index) {
   // A copy: events run during the reply wait may add commands.
   const std::string command = commands_[static_cast<size_t>(Index)];
   const std::string_view terminator = TerminatorOf(command);
-  SetValue(Index, command.size() == terminator.size() ? Listen(terminator) : Ask(command));
-  co_return;
+  if (command.size() == terminator.size()) {
+    SetValue(Index, Listen(terminator));
+  } else {
+    SetValue(Index, co_await Ask(command));
+  }
+}
+
+Variant RS232::PortValue(int32_t Index) {
+  const bool outer = std::exchange(pumping_, true);
+  try {
+    Variant value = PortTableDevice::PortValue(Index);
+    pumping_ = outer;
+    return value;
+  } catch (...) {
+    pumping_ = outer;
+    throw;
+  }
 }
 
 engine::Task<void> RS232::WritePort(int32_t Index, Variant) {
@@ -139,7 +155,7 @@ std::string RS232::Listen(std::string_view terminator) {
   return last_line_;
 }
 
-std::string RS232::Ask(const std::string& command) {
+engine::Task<std::string> RS232::Ask(std::string command) {
   // Draining what a device keeps sending counts against the reply time-out too.
   const auto deadline = WaitClock::now() + kReplyTimeout;
   try {
@@ -152,19 +168,41 @@ std::string RS232::Ask(const std::string& command) {
   for (bool ended = false; !ended;) {
     const std::string got = ReadText();
     if (got.empty()) {
-      PumpingWait(Line().ReadyHandle(), deadline);
+      co_await WaitForInput(deadline);
     } else {
       ended = got.find_first_of("\r\n") != std::string::npos;
       reply += got;
       KeepNewest(reply);
-      RunPendingEvents();
+      if (pumping_) RunPendingEvents();
     }
     if (WaitClock::now() >= deadline) Raise(IOErrorGettingValue, "Timed out receiving data");
   }
   // Reads are one character each, so the reply ends at its first CR or LF: drop that.
   reply.pop_back();
   std::erase(reply, '\0');
-  return reply;
+  co_return reply;
+}
+
+// The reply wait, run two ways. A host's blocking PortValue waits as it always has: the
+// pumping wait, which runs the thread's due timers meanwhile and sleeps through the installed
+// clock. On an engine's loop the exchange suspends instead until the line's descriptor is
+// readable (or, on a closed or hung-up line, until the time is up) or the same deadline
+// passes, while the loop serves every other device and timer; where the loop cannot watch
+// the line, it waits as a blocking call does.
+engine::Task<void> RS232::WaitForInput(WaitClock::time_point deadline) {
+  SerialLine& line = Line();
+  if (pumping_ || !line.WatchableByLoop()) {
+    PumpingWait(line.ReadyHandle(), deadline);
+    co_return;
+  }
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - WaitClock::now()).count();
+  engine::Loop& loop = CurrentIo().loop();
+  const WaitHandle handle = line.ReadyHandle();
+  if (handle == kNoWaitHandle) {
+    co_await engine::Sleep(loop, left);
+  } else {
+    co_await engine::Ready(loop, static_cast<int>(handle), engine::kReadable, engine::NowMs() + left);
+  }
 }
 
 }  // namespace vmio

@@ -50,6 +50,9 @@ class RS232 final : public PortTableDevice {
   std::string GetCommand(int32_t Index) const;
 
   void Disconnect() override;
+  using PortTableDevice::PortValue;
+  // Marks the exchange as a host's blocking call, whose reply wait lets the thread's events run.
+  Variant PortValue(int32_t Index) override;
   engine::Task<void> WritePort(int32_t Index, Variant NewValue) override;
 
   // The interface's members, then AddCommand and GetCommand.
@@ -67,13 +70,15 @@ class RS232 final : public PortTableDevice {
   std::string ReadText();
   void ClearInput(WaitClock::time_point deadline);
   std::string Listen(std::string_view terminator);
-  std::string Ask(const std::string& command);
+  engine::Task<std::string> Ask(std::string command);
+  engine::Task<void> WaitForInput(WaitClock::time_point deadline);
 
   std::unique_ptr<SerialLine> line_;
   std::vector<std::string> commands_;
   std::string listen_buffer_;
   std::string last_line_;
   bool reading_ = false;
+  bool pumping_ = false;  // the exchange under way is a blocking member's
 };
 
 }  // namespace vmio

@@ -9,13 +9,18 @@
 // dripping a byte at a time never trips it, a request limit also runs from the first send of
 // a request (redirects and authentication round trips included) and ends it whatever arrives.
 // Both are timers on the loop racing the transfer.
+#include <arpa/inet.h>
 #include <curl/curl.h>
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 
+#include <sys/socket.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -24,6 +29,7 @@
 #include <utility>
 
 #include "http/http_session.h"
+#include "net/resolver.h"
 #include "platform/posix/http/curl_multi.h"
 
 namespace vmio {
@@ -125,6 +131,8 @@ class CurlSession final : public HttpSession {
     curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
     curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, &CurlSession::OnWrite);
     curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_OPENSOCKETFUNCTION, &CurlSession::OnOpenSocket);
+    curl_easy_setopt(easy_, CURLOPT_OPENSOCKETDATA, this);
     curl_easy_setopt(easy_, CURLOPT_SOCKOPTFUNCTION, &CurlSession::OnNewSocket);
     curl_easy_setopt(easy_, CURLOPT_SOCKOPTDATA, this);
     curl_easy_setopt(easy_, CURLOPT_PREREQFUNCTION, &CurlSession::OnSending);
@@ -135,6 +143,7 @@ class CurlSession final : public HttpSession {
     if (easy_) curl_easy_cleanup(easy_);
     curl_slist_free_all(request_headers_);
     curl_slist_free_all(base_headers_);
+    curl_slist_free_all(resolved_);
   }
   CurlSession(const CurlSession&) = delete;
   CurlSession& operator=(const CurlSession&) = delete;
@@ -150,6 +159,7 @@ class CurlSession final : public HttpSession {
     headers_done_ = false;
     informational_ = false;
     stopped_ = false;
+    no_descriptor_ = false;
     sent_ = false;
     timed_out_ = false;
     over_limit_ = false;
@@ -164,7 +174,8 @@ class CurlSession final : public HttpSession {
     }
     curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, HeaderList(sendHeaders));
 
-    const CURLcode code = co_await Transfer(io);
+    CURLcode code = co_await ResolveHost(io, url);
+    if (code == CURLE_OK) code = co_await Transfer(io);
     receiver_ = nullptr;
     curl_off_t length = -1;
     curl_easy_getinfo(easy_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
@@ -184,6 +195,44 @@ class CurlSession final : public HttpSession {
   std::string LastResponse() const override { return last_response_; }
 
  private:
+  // A host name is looked up on the loop (Resolver) and its addresses handed to libcurl as its
+  // answer, since Debian's libcurl would start a thread to resolve it; an address needs
+  // neither. A name that does not resolve fails as libcurl's own look-up would.
+  engine::Task<CURLcode> ResolveHost(engine::Io& io, std::string url) {
+    std::string host, port;
+    if (!NamedHost(url, host, port)) co_return CURLE_OK;
+    const std::vector<std::string> addresses = co_await io.Get<Resolver>().Resolve(host);
+    if (addresses.empty()) {
+      std::snprintf(error_buffer_, CURL_ERROR_SIZE, "Could not resolve host: %s", host.c_str());
+      co_return CURLE_COULDNT_RESOLVE_HOST;
+    }
+    std::string entry = host + ":" + port + ":";
+    for (const std::string& address : addresses) entry += (&address == &addresses.front() ? "" : ",") + address;
+    curl_slist_free_all(resolved_);
+    resolved_ = curl_slist_append(nullptr, entry.c_str());
+    curl_easy_setopt(easy_, CURLOPT_RESOLVE, resolved_);
+    co_return CURLE_OK;
+  }
+  // The host and port of url (the scheme's port when it names none) when the host is a name;
+  // false for an address, or a URL libcurl will refuse by itself.
+  static bool NamedHost(const std::string& url, std::string& host, std::string& port) {
+    CURLU* parsed = curl_url();
+    char* host_part = nullptr;
+    char* port_part = nullptr;
+    const bool parts = parsed && curl_url_set(parsed, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK &&
+                       curl_url_get(parsed, CURLUPART_HOST, &host_part, 0) == CURLUE_OK &&
+                       curl_url_get(parsed, CURLUPART_PORT, &port_part, CURLU_DEFAULT_PORT) == CURLUE_OK;
+    if (parts) {
+      host = host_part;
+      port = port_part;
+    }
+    curl_free(host_part);
+    curl_free(port_part);
+    curl_url_cleanup(parsed);
+    in_addr ipv4{};
+    return parts && !host.empty() && host.front() != '[' && inet_pton(AF_INET, host.c_str(), &ipv4) != 1;
+  }
+
   // Runs the transfer to its end, until no byte has arrived for the receive time-out, or until
   // the request limit has passed since the request first went out.
   engine::Task<CURLcode> Transfer(engine::Io& io) {
@@ -264,6 +313,7 @@ class CurlSession final : public HttpSession {
 
   HttpOutcome Classify(CURLcode code) const {
     if (stopped_) return HttpOutcome::Stopped;
+    if (code != CURLE_OK && no_descriptor_) return HttpOutcome::NoDescriptor;
     switch (code) {
       case CURLE_OK:
         return HttpOutcome::Complete;
@@ -348,6 +398,15 @@ class CurlSession final : public HttpSession {
     return size * count;
   }
 
+  // libcurl says only that it could not connect; why matters when the process is out of
+  // descriptors, which is no fault of the device.
+  static curl_socket_t OnOpenSocket(void* self_ptr, curlsocktype, curl_sockaddr* address) {
+    const curl_socket_t fd = socket(address->family, address->socktype, address->protocol);
+    if (fd == CURL_SOCKET_BAD && (errno == EMFILE || errno == ENFILE))
+      static_cast<CurlSession*>(self_ptr)->no_descriptor_ = true;
+    return fd;
+  }
+
   // A new connection is being opened: until a request goes out on it, the connect time-out
   // rules, and whatever response headers came before belong to an earlier exchange.
   static int OnNewSocket(void* self_ptr, curl_socket_t, curlsocktype) {
@@ -371,6 +430,7 @@ class CurlSession final : public HttpSession {
 
   CURL* easy_;
   curl_slist* base_headers_;
+  curl_slist* resolved_ = nullptr;         // the last host name's answer, as libcurl takes it
   curl_slist* request_headers_ = nullptr;  // base plus request_headers_for_, kept while repeated
   std::string request_headers_for_;
   uint32_t receive_timeout_ms_ = kReceiveTimeoutMs;
@@ -390,6 +450,7 @@ class CurlSession final : public HttpSession {
   bool informational_ = false;                  // the response being read is a 1xx one
   bool headers_done_ = false;                   // a final response's headers are complete
   bool stopped_ = false;                        // the receiver stopped the transfer
+  bool no_descriptor_ = false;                  // a connection's socket failed for want of a descriptor
   bool sent_ = false;                           // a request of this exchange has gone out: the limit runs
   bool timed_out_ = false;
   bool over_limit_ = false;

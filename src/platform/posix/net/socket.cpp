@@ -5,14 +5,12 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <climits>
+
+#include "engine/waits.h"
 
 namespace vmio {
 namespace {
@@ -43,29 +41,28 @@ bool BindAnyLocal(SocketHandle s) {
   return bind(Fd(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
 }
 
-bool ConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port, int32_t timeoutMs) {
+int32_t BeginConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port) {
   const sockaddr_in a = IPv4(inet_addr(dottedAddress.c_str()), port);
   const int flags = fcntl(Fd(s), F_GETFL);
-  if (flags < 0 || fcntl(Fd(s), F_SETFL, flags | O_NONBLOCK) != 0) return false;
-  bool connected = connect(Fd(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
-  if (!connected && errno == EINPROGRESS) {
-    pollfd p{Fd(s), POLLOUT, 0};
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0));
-    int r;
-    do {
-      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-      r = poll(&p, 1, static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX)));
-    } while (r < 0 && errno == EINTR);
-    int error = 0;
+  if (flags < 0 || fcntl(Fd(s), F_SETFL, flags | O_NONBLOCK) != 0) return -1;
+  if (connect(Fd(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0) return 1;
+  return errno == EINPROGRESS ? 0 : -1;
+}
+
+bool EndConnect(SocketHandle s, int32_t waited) {
+  int error = 0;
+  if (waited == 0) {
+    error = ETIMEDOUT;
+  } else if (waited < 0) {
+    error = errno;
+  } else {
     socklen_t len = sizeof error;
-    connected = r == 1 && getsockopt(Fd(s), SOL_SOCKET, SO_ERROR, &error, &len) == 0 && error == 0;
-    if (r == 0) errno = ETIMEDOUT;
-    if (r == 1 && error != 0) errno = error;
+    if (getsockopt(Fd(s), SOL_SOCKET, SO_ERROR, &error, &len) != 0) error = errno;
   }
-  const int saved = errno;
-  fcntl(Fd(s), F_SETFL, flags);
-  errno = saved;
-  return connected;
+  const int flags = fcntl(Fd(s), F_GETFL);
+  if (flags >= 0) fcntl(Fd(s), F_SETFL, flags & ~O_NONBLOCK);
+  errno = error;
+  return error == 0;
 }
 
 int32_t SendBytes(SocketHandle s, std::span<const uint8_t> bytes) {
@@ -76,23 +73,10 @@ int32_t SendBytes(SocketHandle s, std::span<const uint8_t> bytes) {
   return n < 0 ? -1 : static_cast<int32_t>(n);
 }
 
-int32_t SelectReadable(SocketHandle s, int32_t seconds) {
-  // What select does with a bad handle or time-out: fail, so the recv that follows reports.
-  if (s < 0 || seconds < 0) {
-    errno = s < 0 ? EBADF : EINVAL;
-    return -1;
-  }
-  // poll rather than select: a descriptor above FD_SETSIZE must not overrun an fd_set.
-  pollfd p{Fd(s), POLLIN, 0};
-  // A signal cuts poll short; waiting again for the whole time would let a host's periodic
-  // signals stretch the wait without end, so only what is left of it is waited again.
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  int r;
-  do {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    r = poll(&p, 1, static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT_MAX)));
-  } while (r < 0 && errno == EINTR);
-  return r < 0 ? -1 : r;
+engine::Task<int32_t> WaitForSocket(engine::Loop& loop, SocketHandle s, int interest, int64_t deadline) {
+  // poll underneath (the loop's), not select: a descriptor above FD_SETSIZE must not overrun
+  // an fd_set; a signal that cuts the wait short only turns the loop again, up to the deadline.
+  co_return co_await engine::Ready(loop, Fd(s), interest, deadline) ? 1 : 0;
 }
 
 int32_t ReceiveBytes(SocketHandle s, uint8_t* buffer, int32_t length, int32_t flags) {

@@ -66,6 +66,7 @@ class TermiosSerialLine final : public SerialLine {
   }
 
   bool PortOpen() const override { return fd_ >= 0; }
+  bool WatchableByLoop() const override { return true; }
 
   void Output(std::span<const uint8_t> bytes) override {
     while (PortOpen() && !bytes.empty()) {

@@ -5,10 +5,12 @@
 
 #include <algorithm>
 
+#include "engine/waits.h"
+
 namespace vmio {
 namespace {
 
-constexpr ULONGLONG kWaitSliceMs = 50;
+constexpr int64_t kWaitSliceMs = 50;
 
 SOCKET Sock(SocketHandle s) { return static_cast<SOCKET>(s); }
 
@@ -51,32 +53,21 @@ bool BindAnyLocal(SocketHandle s) {
   return bind(Sock(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
 }
 
-bool ConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port, int32_t timeoutMs) {
+int32_t BeginConnectIPv4(SocketHandle s, const std::string& dottedAddress, uint16_t port) {
   const sockaddr_in a = IPv4(inet_addr(dottedAddress.c_str()), port);
   // Non-blocking for the connect only, so the wait ends at the time-out, not the system's.
-  u_long on = 1, off = 0;
-  if (ioctlsocket(Sock(s), FIONBIO, &on) != 0) return false;
-  bool connected = connect(Sock(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0;
-  int error = connected ? 0 : WSAGetLastError();
-  if (!connected && error == WSAEWOULDBLOCK) {
-    fd_set writable, failed;
-    FD_ZERO(&writable);
-    FD_ZERO(&failed);
-    FD_SET(Sock(s), &writable);
-    FD_SET(Sock(s), &failed);
-    const int32_t ms = timeoutMs < 0 ? 0 : timeoutMs;
-    timeval limit{ms / 1000, (ms % 1000) * 1000};
-    const int r = select(0, nullptr, &writable, &failed, &limit);
-    connected = r == 1 && FD_ISSET(Sock(s), &writable);
-    error = r == 0 ? WSAETIMEDOUT : 0;
-    if (r == 1 && !connected) {
-      int length = sizeof error;
-      getsockopt(Sock(s), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length);
-    }
-  }
+  u_long on = 1;
+  if (ioctlsocket(Sock(s), FIONBIO, &on) != 0) return -1;
+  if (connect(Sock(s), reinterpret_cast<const sockaddr*>(&a), sizeof a) == 0) return 1;
+  return WSAGetLastError() == WSAEWOULDBLOCK ? 0 : -1;
+}
+
+bool EndConnect(SocketHandle s, int32_t waited) {
+  int error = waited == 0 ? WSAETIMEDOUT : waited < 0 ? WSAGetLastError() : PendingError(s);
+  u_long off = 0;
   ioctlsocket(Sock(s), FIONBIO, &off);
   WSASetLastError(error);
-  return connected;
+  return error == 0;
 }
 
 int32_t SendBytes(SocketHandle s, std::span<const uint8_t> bytes) {
@@ -84,29 +75,19 @@ int32_t SendBytes(SocketHandle s, std::span<const uint8_t> bytes) {
   return n == SOCKET_ERROR ? -1 : n;
 }
 
-int32_t SelectReadable(SocketHandle s, int32_t seconds) {
-  if (s == kNoSocket || seconds < 0) {
-    WSASetLastError(s == kNoSocket ? WSAENOTSOCK : WSAEINVAL);
-    return -1;
-  }
+engine::Task<int32_t> WaitForSocket(engine::Loop& loop, SocketHandle s, int interest, int64_t deadline) {
   // In slices, with the socket's pending error looked at between them: Wine's select does not
   // wake for the port-unreachable answer to a datagram, which Windows and Linux report as a
-  // failed receive, and only that error shows it.
-  const ULONGLONG deadline = GetTickCount64() + static_cast<ULONGLONG>(seconds) * 1000;
+  // failed receive, and only that error shows it (nor do some WSAPoll versions wake for a
+  // refused connect).
   for (;;) {
     if (const int error = PendingError(s)) {
       WSASetLastError(error);
-      return -1;
+      co_return -1;
     }
-    const ULONGLONG now = GetTickCount64();
-    const long slice_ms = static_cast<long>(std::min<ULONGLONG>(deadline > now ? deadline - now : 0, kWaitSliceMs));
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(Sock(s), &readable);
-    timeval limit{0, slice_ms * 1000};
-    const int r = select(0, &readable, nullptr, nullptr, &limit);
-    if (r != 0) return r == SOCKET_ERROR ? -1 : r;
-    if (GetTickCount64() >= deadline) return 0;
+    const int64_t slice_end = std::min(deadline, engine::NowMs() + kWaitSliceMs);
+    if (co_await engine::Ready(loop, static_cast<int>(s), interest, slice_end)) co_return 1;
+    if (engine::NowMs() >= deadline) co_return 0;
   }
 }
 

@@ -105,6 +105,7 @@ class CommSerialLine final : public SerialLine {
   }
 
   bool PortOpen() const override { return file_ != INVALID_HANDLE_VALUE; }
+  bool WatchableByLoop() const override { return false; }  // an event handle, not a socket
 
   void Output(std::span<const uint8_t> bytes) override {
     if (!PortOpen() || bytes.empty()) return;
