@@ -62,6 +62,6 @@ expect_fleet() {
   }
   echo "$output"
 }
-expect_fleet "$work/examples/fleet_watch_c"
-expect_fleet "$python" "$here/../../examples/fleet_watch.py"
+expect_fleet "$work/examples/watch_fleet_c"
+expect_fleet "$python" "$here/../../examples/watch_fleet.py"
 echo "the C and Python fleet examples keep 95 live devices fresh beside 5 dead ones"

@@ -1,4 +1,4 @@
-"""Keeps a whole site fresh on one thread with asyncio: python3 fleet_watch.py LIST [SECONDS]
+"""Keeps a whole site fresh on one thread with asyncio: python3 watch_fleet.py LIST [SECONDS]
 [INTERVAL_MS], where LIST has one "CLASS DEVICE" per line (`vmio-sim fleet --list FILE` writes
 one). Prints how many devices ended in each state, how long until every online one had its
 values, and how often one went stale."""
@@ -44,7 +44,7 @@ async def watch(lines: List[str], seconds: int, interval_ms: int) -> str:
 
 def main() -> None:
     if len(sys.argv) < 2:
-        sys.exit("usage: fleet_watch.py LIST [SECONDS] [INTERVAL_MS]")
+        sys.exit("usage: watch_fleet.py LIST [SECONDS] [INTERVAL_MS]")
     with open(sys.argv[1]) as f:
         lines = [line for line in f if line.strip() and not line.startswith("#")]
     seconds = int(sys.argv[2]) if len(sys.argv) > 2 else 5

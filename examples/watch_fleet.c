@@ -1,5 +1,5 @@
 /* Keeps a whole site fresh on one thread through the C interface, from the host's own poll
- * loop: fleet_watch_c LIST [SECONDS] [INTERVAL_MS], where LIST has one "CLASS DEVICE" per line
+ * loop: watch_fleet_c LIST [SECONDS] [INTERVAL_MS], where LIST has one "CLASS DEVICE" per line
  * (`vmio-sim fleet --list FILE` writes one). Prints a summary: how many devices ended in each
  * state, how long until every online one had its values, and how often one went stale. */
 #include <poll.h>
