@@ -43,11 +43,11 @@ expect_ports "$work/examples/list_ports_cpp"
 expect_ports "$python" "$here/../../examples/list_ports.py"
 echo "the C, C++ and Python examples list the simulated camera's ports"
 
-# The fleet hosts: 100 devices, 5 of them dead (3 silent, 2 never accepting), on one thread each
-# in C (its own poll loop) and Python (asyncio). Every live device comes online and stays fresh
-# (never stale) while the dead ones are offline.
+# The fleet hosts: 100 devices, 5 of them dead (3 silent, one a module; 2 never accepting), on
+# one thread each in C (its own poll loop) and Python (asyncio). Every live device comes online
+# and stays fresh (never stale) while the dead ones are offline.
 mkfifo "$work/fleet-in"  # its standard input stays open while descriptor 4 holds the pipe
-"$work/env/bin/vmio-sim" fleet --devices 100 --adam 20 --silent 3 --unaccepting 2 --base 127.253.0.1 \
+"$work/env/bin/vmio-sim" fleet --devices 100 --adam 34 --silent 3 --unaccepting 2 --base 127.253.0.1 \
   --list "$work/fleet.list" <"$work/fleet-in" >"$work/fleet-out" &
 fleet_pid=$!
 exec 4>"$work/fleet-in"
