@@ -178,6 +178,151 @@ typedef void (*vmio_trace_handler)(const char* text, void* context);
 VMIO_API void vmio_set_trace_handler(vmio_trace_handler handler, void* context);
 /**@}*/
 
+/** @name The concurrent engine
+ * One host thread keeps many devices fresh at once (vmio::Engine in C++). Create device
+ * objects as usual (vmio_create, then any configuration such as RS232 commands), hand each to
+ * vmio_engine_add with its device string, and let the engine run: it connects every device
+ * concurrently, reads all of a device's ports every interval, queues writes per device, and
+ * reports each value change, error, state change and write result as a vmio_engine_event. A
+ * device that does not answer costs its own time-outs and nothing else.
+ *
+ * Drive it on its thread in one of two ways: the blocking vmio_engine_run_until (or
+ * vmio_engine_run_until_idle); or from the host's own event loop: watch the descriptors the
+ * engine names (vmio_engine_descriptors, and the changes told to a vmio_engine_watch_listener)
+ * and call vmio_engine_ready when one is ready, and vmio_engine_run_timers once
+ * vmio_engine_timeout milliseconds have passed. Take events with vmio_engine_next_event.
+ *
+ * An engine belongs to the thread that created it, as do the devices added to it: a call from
+ * another thread returns -2147417842 and changes nothing. While a device is in an engine, a
+ * blocking call on it during one of its exchanges returns 5. */
+/**@{*/
+/** A concurrent engine: made by vmio_engine_new, freed by vmio_engine_free. */
+typedef struct vmio_engine vmio_engine;
+
+/** What a host shows for a device (vmio_engine_state, vmio_engine_event::state). */
+enum {
+  VMIO_STATE_CONNECTING = 0, /**< not yet connected, and not trying for long */
+  VMIO_STATE_ONLINE = 1,     /**< the last good read is recent */
+  VMIO_STATE_STALE = 2,      /**< the last good read is older than stale_after_ms */
+  VMIO_STATE_OFFLINE = 3     /**< a connect or read failed, or nothing good came for long */
+};
+
+/** What an event tells (vmio_engine_event::kind). */
+enum {
+  VMIO_EVENT_NONE = -1, /**< no event was waiting */
+  VMIO_EVENT_VALUE = 0, /**< a port's value changed (or was read the first time): port, value */
+  VMIO_EVENT_STATE = 1, /**< the device's state changed: state */
+  VMIO_EVENT_ERROR = 2, /**< a connect or read failed: error, description (port -1 when not a port's) */
+  VMIO_EVENT_WRITE = 3  /**< a queued write ended: write_id, port, value, error 0 or its failure */
+};
+
+/** What a host watches a descriptor for (vmio_engine_watch::events); both at once are 3. */
+enum {
+  VMIO_WATCH_READ = 1, /**< readable */
+  VMIO_WATCH_WRITE = 2 /**< writable */
+};
+
+/** How the engine treats one device; zero in a field picks its default. */
+typedef struct vmio_watch_options {
+  int32_t interval_ms;       /**< every port is read this often (at least 10; default 1000) */
+  int32_t stale_after_ms;    /**< stale when the last good read is older (default twice the interval) */
+  int32_t offline_after_ms;  /**< offline when nothing good came for this long (default twice stale_after_ms) */
+  int32_t max_backoff_ms;    /**< retries of a failed device start at the interval and double up to this
+                                  (default 60000) */
+  int32_t max_queued_writes; /**< a write beyond this many queued drops the oldest (default 64) */
+} vmio_watch_options;
+
+/** One thing that happened to a device. Its value and description belong to the caller:
+ * vmio_engine_event_clear frees them. */
+typedef struct vmio_engine_event {
+  int32_t kind;      /**< VMIO_EVENT_VALUE, ... or VMIO_EVENT_NONE */
+  int32_t device;    /**< the id vmio_engine_add gave */
+  int32_t port;      /**< 0-based port index, or -1 */
+  vmio_value value;  /**< the new value (VMIO_EVENT_VALUE), the value written (VMIO_EVENT_WRITE) */
+  int32_t state;     /**< the device's state when it happened: VMIO_STATE_CONNECTING, ... */
+  int32_t error;     /**< the automation error number, 0 for none */
+  char* description; /**< its description, as the blocking call would give it ("" for none) */
+  uint64_t write_id; /**< VMIO_EVENT_WRITE: what vmio_engine_write gave */
+  int64_t time_ms;   /**< vmio_engine_now() when it was read or happened */
+} vmio_engine_event;
+
+/** A descriptor to watch and for what (VMIO_WATCH_READ, VMIO_WATCH_WRITE or both). */
+typedef struct vmio_engine_watch {
+  int fd;     /**< the descriptor */
+  int events; /**< what to watch it for */
+} vmio_engine_watch;
+
+/** Told of every change to the descriptors to watch: fd and its new events, 0 when it is no
+ * longer watched. Called on the engine's thread from inside its calls; it must not call the
+ * engine. */
+typedef void (*vmio_engine_watch_listener)(int fd, int events, void* context);
+/** Called each time an event is queued; it may call only vmio_engine_next_event (and
+ * vmio_engine_event_clear). */
+typedef void (*vmio_engine_event_listener)(void* context);
+
+/** "connecting", "online", "stale" or "offline"; null for any other number. */
+VMIO_API const char* vmio_device_state_name(int32_t state);
+/** Milliseconds on the library's monotonic clock: the time base of events and deadlines. */
+VMIO_API int64_t vmio_engine_now(void);
+
+/** Creates an engine, owned by the calling thread. */
+VMIO_API int32_t vmio_engine_new(vmio_engine** engine);
+/** Stops every device's exchange and frees the engine; null is ignored. Call it on the
+ * engine's thread; the device handles stay the caller's to release. */
+VMIO_API void vmio_engine_free(vmio_engine* engine);
+
+/** Adds a device object (not connected yet; the engine connects it to device_string) with
+ * options (null for every default) and gives its id (1, 2, ...). 13 for an object that is no
+ * device, 457 for one already added, 5 for options out of range. */
+VMIO_API int32_t vmio_engine_add(vmio_engine* engine, vmio_object* device, const char* device_string,
+                                 const vmio_watch_options* options, int32_t* id);
+/** Stops watching a device: its exchange in flight is cancelled and its queued writes end
+ * without events. 9 for an unknown id. */
+VMIO_API int32_t vmio_engine_remove(vmio_engine* engine, int32_t id);
+/** Queues a write of value to a port and gives its write id (write_id may be null); the
+ * result comes as a VMIO_EVENT_WRITE event with that id. 9 for an unknown id. */
+VMIO_API int32_t vmio_engine_write(vmio_engine* engine, int32_t id, int32_t port, const vmio_value* value,
+                                   uint64_t* write_id);
+/** The device's state now: VMIO_STATE_CONNECTING, ... */
+VMIO_API int32_t vmio_engine_state(vmio_engine* engine, int32_t id, int32_t* state);
+/** The device's last read values: count is how many ports it has (0 before its first good
+ * read); the first of them, up to capacity, are copied into values, each for
+ * vmio_value_clear. */
+VMIO_API int32_t vmio_engine_values(vmio_engine* engine, int32_t id, vmio_value* values, size_t capacity,
+                                    size_t* count);
+
+/** Takes the oldest waiting event into event (kind VMIO_EVENT_NONE when none waits). Clear it
+ * with vmio_engine_event_clear before taking the next into it. */
+VMIO_API int32_t vmio_engine_next_event(vmio_engine* engine, vmio_engine_event* event);
+/** Frees what an event owns (its value and description); null is ignored. */
+VMIO_API void vmio_engine_event_clear(vmio_engine_event* event);
+/** How many events were dropped because too many waited (the oldest goes first). */
+VMIO_API int32_t vmio_engine_dropped_events(vmio_engine* engine, uint64_t* count);
+/** Installs the listener told each time an event is queued; null removes it. */
+VMIO_API int32_t vmio_engine_set_event_listener(vmio_engine* engine, vmio_engine_event_listener listener,
+                                                void* context);
+
+/** Runs until vmio_engine_now() reaches deadline_ms. */
+VMIO_API int32_t vmio_engine_run_until(vmio_engine* engine, int64_t deadline_ms);
+/** Runs until no device has an exchange in flight or until deadline_ms; idle (may be null) is
+ * 1 when it stopped for being idle. */
+VMIO_API int32_t vmio_engine_run_until_idle(vmio_engine* engine, int64_t deadline_ms, int32_t* idle);
+
+/** The descriptors to watch now: count is how many there are; the first of them, up to
+ * capacity, are copied into watches. */
+VMIO_API int32_t vmio_engine_descriptors(vmio_engine* engine, vmio_engine_watch* watches, size_t capacity,
+                                         size_t* count);
+/** Installs the listener told of every change to the descriptors to watch; null removes it. */
+VMIO_API int32_t vmio_engine_set_watch_listener(vmio_engine* engine, vmio_engine_watch_listener listener,
+                                                void* context);
+/** Milliseconds until vmio_engine_run_timers must be called (0: now), -1 when no timer is set. */
+VMIO_API int32_t vmio_engine_timeout(vmio_engine* engine, int64_t* milliseconds);
+/** A watched descriptor is ready (VMIO_WATCH_READ, VMIO_WATCH_WRITE; both on an error). */
+VMIO_API int32_t vmio_engine_ready(vmio_engine* engine, int fd, int events);
+/** Runs the engine's timers that are due. */
+VMIO_API int32_t vmio_engine_run_timers(vmio_engine* engine);
+/**@}*/
+
 #ifdef __cplusplus
 }
 #endif

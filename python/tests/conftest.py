@@ -57,3 +57,36 @@ def logger_sim():
     yield lines[0][len("root: "):], [line[len("device: "):] for line in lines[1:]]
     process.terminate()
     process.wait(timeout=10)
+
+
+class Fleet:
+    """A running vmio-sim fleet: its devices as (class, device string, health), and control lines."""
+
+    def __init__(self, *options):
+        program = os.environ.get("VMIO_SIM") or shutil.which("vmio-sim")
+        self.process = subprocess.Popen([program, "fleet", *options], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                        text=True)
+        self.devices = []
+        for line in self.process.stdout:
+            if line.startswith("device: "):
+                break
+            progid, device, health = line.split()
+            self.devices.append((progid, device, health))
+        assert self.devices, "vmio-sim fleet printed no device"
+
+    def send(self, line):
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+        return self.process.stdout.readline().strip()
+
+    def stop(self):
+        self.process.terminate()
+        self.process.wait(timeout=10)
+
+
+@pytest.fixture
+def fleet_sim():
+    """Six cameras and two ADAM modules; one camera silent, one module never accepting."""
+    fleet = Fleet("--devices", "8", "--adam", "2", "--silent", "1", "--unaccepting", "1", "--base", "127.252.0.1")
+    yield fleet
+    fleet.stop()

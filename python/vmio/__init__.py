@@ -7,6 +7,14 @@ port interface, through libvmio's C interface (no compile step).
             print(port.index, port.name, port.direction.name, port.value)
         camera.ports[4].value = True
 
+Many devices on one thread, none waiting for another (asyncio; Engine alone has run_until):
+
+    async with vmio.AsyncEngine() as engine:
+        door = await engine.connect("axis", "10.0.0.5", interval_ms=500)
+        await engine.write(door, 4, True)
+        async for event in engine.changes():
+            print(event.device, event.kind.name, event.port, event.value, event.state)
+
 Failures raise vmio.AutomationError with the library's number and description. The package
 loads the libvmio.so.0 installed beside it (same prefix), else the one the system's loader
 finds, else /usr/local's; VMIO_LIBRARY names another file.
@@ -17,12 +25,13 @@ from __future__ import annotations
 import logging
 from typing import Callable, Optional
 
+from ._engine import READ, WRITE, AsyncEngine, DeviceState, Engine, Event, EventKind
 from ._native import TRACE_HANDLER, lib
 from ._objects import (AutomationError, Device, DeviceInfo, Direction, Enumerator, Object, Port, PortValue,
                        ValueType, classes, create)
 
 __all__ = [
-    "AutomationError", "Device", "DeviceInfo", "Direction", "Enumerator", "Object", "Port", "PortValue",
+    "READ", "WRITE", "AsyncEngine", "AutomationError", "Device", "DeviceState", "Engine", "Event", "EventKind", "DeviceInfo", "Direction", "Enumerator", "Object", "Port", "PortValue",
     "ValueType", "classes", "create", "milliseconds_until_next_event", "run_pending_events", "set_trace",
     "trace_to_logging", "version",
 ]

@@ -22,7 +22,36 @@ class Value(ctypes.Structure):
     ]
 
 
+class WatchOptions(ctypes.Structure):
+    _fields_ = [
+        ("interval_ms", ctypes.c_int32),
+        ("stale_after_ms", ctypes.c_int32),
+        ("offline_after_ms", ctypes.c_int32),
+        ("max_backoff_ms", ctypes.c_int32),
+        ("max_queued_writes", ctypes.c_int32),
+    ]
+
+
+class EngineEvent(ctypes.Structure):
+    _fields_ = [
+        ("kind", ctypes.c_int32),
+        ("device", ctypes.c_int32),
+        ("port", ctypes.c_int32),
+        ("value", Value),
+        ("state", ctypes.c_int32),
+        ("error", ctypes.c_int32),
+        ("description", ctypes.c_void_p),
+        ("write_id", ctypes.c_uint64),
+        ("time_ms", ctypes.c_int64),
+    ]
+
+
+class EngineWatch(ctypes.Structure):
+    _fields_ = [("fd", ctypes.c_int), ("events", ctypes.c_int)]
+
+
 TRACE_HANDLER = ctypes.CFUNCTYPE(None, ctypes.c_char_p, ctypes.c_void_p)
+WATCH_LISTENER = ctypes.CFUNCTYPE(None, ctypes.c_int, ctypes.c_int, ctypes.c_void_p)
 
 _h = ctypes.c_void_p
 _i32 = ctypes.c_int32
@@ -58,6 +87,26 @@ _SIGNATURES: dict[str, tuple[Any, list[Any]]] = {
     "vmio_run_pending_events": (None, []),
     "vmio_milliseconds_until_next_event": (_i32, []),
     "vmio_set_trace_handler": (None, [TRACE_HANDLER, ctypes.c_void_p]),
+    "vmio_device_state_name": (ctypes.c_char_p, [_i32]),
+    "vmio_engine_now": (ctypes.c_int64, []),
+    "vmio_engine_new": (_i32, [ctypes.POINTER(_h)]),
+    "vmio_engine_free": (None, [_h]),
+    "vmio_engine_add": (_i32, [_h, _h, ctypes.c_char_p, ctypes.POINTER(WatchOptions), _p_i32]),
+    "vmio_engine_remove": (_i32, [_h, _i32]),
+    "vmio_engine_write": (_i32, [_h, _i32, _i32, _p_value, ctypes.POINTER(ctypes.c_uint64)]),
+    "vmio_engine_state": (_i32, [_h, _i32, _p_i32]),
+    "vmio_engine_values": (_i32, [_h, _i32, _p_value, ctypes.c_size_t, ctypes.POINTER(ctypes.c_size_t)]),
+    "vmio_engine_next_event": (_i32, [_h, ctypes.POINTER(EngineEvent)]),
+    "vmio_engine_event_clear": (None, [ctypes.POINTER(EngineEvent)]),
+    "vmio_engine_dropped_events": (_i32, [_h, ctypes.POINTER(ctypes.c_uint64)]),
+    "vmio_engine_run_until": (_i32, [_h, ctypes.c_int64]),
+    "vmio_engine_run_until_idle": (_i32, [_h, ctypes.c_int64, _p_i32]),
+    "vmio_engine_descriptors": (_i32, [_h, ctypes.POINTER(EngineWatch), ctypes.c_size_t,
+                                       ctypes.POINTER(ctypes.c_size_t)]),
+    "vmio_engine_set_watch_listener": (_i32, [_h, WATCH_LISTENER, ctypes.c_void_p]),
+    "vmio_engine_timeout": (_i32, [_h, ctypes.POINTER(ctypes.c_int64)]),
+    "vmio_engine_ready": (_i32, [_h, ctypes.c_int, ctypes.c_int]),
+    "vmio_engine_run_timers": (_i32, [_h]),
 }
 
 

@@ -1,14 +1,10 @@
 // The C interface over the C++ one: handles hold shared references, every call catches what
-// the C++ side raises and turns it into a number and this thread's description.
+// the C++ side raises and turns it into a number and this thread's description (c_support.h).
 #include <cstdlib>
-#include <cstring>
-#include <limits>
 #include <memory>
-#include <new>
 #include <string>
-#include <vector>
 
-#include "core/errors.h"
+#include "capi/c_support.h"
 #include "vmio/enumerator.h"
 #include "vmio/error.h"
 #include "vmio/events.h"
@@ -17,50 +13,15 @@
 #include "vmio/version.h"
 #include "vmio/vmio.h"
 
-struct vmio_object {
-  std::shared_ptr<vmio::Object> object;
-};
-
 namespace {
 
-using vmio::AutomationError;
 using vmio::Variant;
-
-thread_local std::string t_description;
-
-// Runs a call's body: 0 when it returned, else the error it raised, with its description kept.
-template <class Body>
-int32_t Guard(Body body) noexcept {
-  try {
-    t_description.clear();
-    body();
-    return 0;
-  } catch (const AutomationError& e) {
-    try {
-      t_description = e.Description();
-    } catch (...) {
-    }
-    return e.Number();
-  } catch (const std::bad_alloc&) {
-    t_description = vmio::StandardErrorText(7);
-    return 7;
-  } catch (const std::exception& e) {
-    try {
-      t_description = e.what();
-    } catch (...) {
-    }
-    return 5;
-  } catch (...) {
-    t_description = vmio::StandardErrorText(5);
-    return 5;
-  }
-}
-
-vmio::Object& ObjectOf(vmio_object* handle) {
-  if (!handle || !handle->object) vmio::Raise(vmio::kObjectNotSet);
-  handle->object->RequireOwnThread();
-  return *handle->object;
-}
+using vmio::capi::CopyText;
+using vmio::capi::FromC;
+using vmio::capi::Guard;
+using vmio::capi::ObjectOf;
+using vmio::capi::Require;
+using vmio::capi::ToC;
 
 template <class T>
 T& As(vmio_object* handle) {
@@ -69,96 +30,13 @@ T& As(vmio_object* handle) {
   return *typed;
 }
 
-template <class T>
-void Require(T* out) {
-  if (!out) vmio::Raise(vmio::kInvalidProcedureCall);
-}
-
-char* CopyText(const std::string& text) {
-  auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
-  if (!copy) throw std::bad_alloc();
-  std::memcpy(copy, text.data(), text.size());
-  copy[text.size()] = '\0';
-  return copy;
-}
-
-// A whole number of a narrower type, or 6 (overflow) when it does not fit.
-template <class T>
-T Narrow(int32_t n) {
-  if (n < std::numeric_limits<T>::min() || n > std::numeric_limits<T>::max()) vmio::Raise(vmio::kOverflow);
-  return static_cast<T>(n);
-}
-
-Variant FromC(const vmio_value& v) {
-  switch (v.type) {
-    case VMIO_EMPTY:
-      return Variant();
-    case VMIO_BOOL:
-      return Variant(v.integer != 0);
-    case VMIO_UI1:
-      return Variant(Narrow<uint8_t>(v.integer));
-    case VMIO_I2:
-      return Variant(Narrow<int16_t>(v.integer));
-    case VMIO_I4:
-      return Variant(v.integer);
-    case VMIO_R8:
-      return Variant(v.real);
-    case VMIO_STRING:
-      if (!v.text) return Variant(std::string());
-      return Variant(std::string(v.text, v.text_length ? v.text_length : std::strlen(v.text)));
-    case VMIO_OBJECT:
-      return Variant(v.object ? v.object->object : nullptr);
-    default:
-      vmio::Raise(vmio::kInvalidProcedureCall);
-  }
-}
-
-std::vector<Variant> FromC(const vmio_value* args, size_t count) {
-  if (count && !args) vmio::Raise(vmio::kInvalidProcedureCall);
-  std::vector<Variant> out;
-  out.reserve(count);
-  for (size_t i = 0; i < count; ++i) out.push_back(FromC(args[i]));
-  return out;
-}
-
-// Fills out (which the caller has cleared or never used) with a copy of v.
-void ToC(const Variant& v, vmio_value& out) {
-  vmio_value c{};
-  c.type = v.VarType();
-  switch (c.type) {
-    case VMIO_EMPTY:
-      break;
-    case VMIO_BOOL:
-      c.integer = v.AsBool() ? 1 : 0;
-      break;
-    case VMIO_UI1:
-    case VMIO_I2:
-    case VMIO_I4:
-      c.integer = v.AsInt32();
-      break;
-    case VMIO_R8:
-      c.real = v.AsDouble();
-      break;
-    case VMIO_STRING:
-      c.text = CopyText(v.AsString());
-      c.text_length = v.AsString().size();
-      break;
-    case VMIO_OBJECT:
-      if (v.AsObject()) c.object = new vmio_object{v.AsObject()};
-      break;
-    default:  // arrays
-      vmio::Raise(vmio::kTypeMismatch);
-  }
-  out = c;
-}
-
 }  // namespace
 
 extern "C" {
 
 const char* vmio_version(void) { return vmio::Version(); }
 
-const char* vmio_error_description(void) { return t_description.c_str(); }
+const char* vmio_error_description(void) { return vmio::capi::Description().c_str(); }
 
 void vmio_free(void* text) { std::free(text); }
 

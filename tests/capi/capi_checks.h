@@ -14,6 +14,10 @@ const char* CheckFailureReasonsThroughC(const char* wrong_credentials, const cha
 /* With two simulated loggers, the first at first_path. */
 const char* CheckEnumeratorThroughC(const char* first_path);
 const char* CheckLibraryFunctionsThroughC(void);
+/* count devices of classes[i] at devices[i], live[i] 0 for a dead one; devices[camera] is a
+ * live camera with 4 inputs, then outputs. The camera's first output is left switched on. */
+const char* CheckEngineThroughC(int count, const char* const* classes, const char* const* devices, const int* live,
+                                int camera);
 
 #ifdef __cplusplus
 }

@@ -9,8 +9,10 @@ here=$(cd "$(dirname "$0")" && pwd)
 source "$here/prefix.sh"
 work=$(mktemp -d)
 sim_pid=
+fleet_pid=
 cleanup() {
   [ -z "$sim_pid" ] || kill "$sim_pid" 2>/dev/null || true  # it may have ended already
+  [ -z "$fleet_pid" ] || kill "$fleet_pid" 2>/dev/null || true
   rm -rf "$work"
 }
 trap cleanup EXIT
@@ -40,3 +42,26 @@ expect_ports "$work/examples/list_ports_c"
 expect_ports "$work/examples/list_ports_cpp"
 expect_ports "$python" "$here/../../examples/list_ports.py"
 echo "the C, C++ and Python examples list the simulated camera's ports"
+
+# The fleet hosts: 100 devices, 5 of them dead (3 silent, one a module; 2 never accepting), on
+# one thread each in C (its own poll loop) and Python (asyncio). Every live device comes online
+# and stays fresh (never stale) while the dead ones are offline.
+mkfifo "$work/fleet-in"  # its standard input stays open while descriptor 4 holds the pipe
+"$work/env/bin/vmio-sim" fleet --devices 100 --adam 34 --silent 3 --unaccepting 2 --base 127.253.0.1 \
+  --list "$work/fleet.list" <"$work/fleet-in" >"$work/fleet-out" &
+fleet_pid=$!
+exec 4>"$work/fleet-in"
+for _ in $(seq 100); do grep -q '^device: fleet' "$work/fleet-out" && break; sleep 0.1; done
+grep -q '^device: fleet of 100' "$work/fleet-out" || { echo "vmio-sim fleet did not start" >&2; exit 1; }
+expect_fleet() {
+  local output
+  output=$("$@" "$work/fleet.list" 4 500)
+  [[ $output =~ ^"devices 100: online 95, stale 0, offline 5, connecting 0; all values in "[0-9]+" ms; went stale 0 times in 4 s"$ ]] || {
+    printf 'unexpected output of %s:\n%s\n' "$*" "$output" >&2
+    exit 1
+  }
+  echo "$output"
+}
+expect_fleet "$work/examples/watch_fleet_c"
+expect_fleet "$python" "$here/../../examples/watch_fleet.py"
+echo "the C and Python fleet examples keep 95 live devices fresh beside 5 dead ones"

@@ -32,7 +32,7 @@ loaded=$("$python" -c 'import vmio, vmio._native as n; print(vmio.__file__, n.li
 
 # Every public name typed: what a host's type checker sees, in the package and in a host.
 "$python" -m mypy --strict --cache-dir /dev/null -p vmio
-"$python" -m mypy --strict --cache-dir /dev/null "$here/../../examples/list_ports.py"
+"$python" -m mypy --strict --cache-dir /dev/null "$here/../../examples/list_ports.py" "$here/../../examples/watch_fleet.py"
 
 # The simulators and the vmio command are the installed ones too, found on PATH.
 PATH=$work/env/bin:$PATH "$python" -m pytest -q -p no:cacheprovider "$here/../../python/tests"

@@ -116,7 +116,8 @@ TEST(Commands, ReportUsageErrorsWithExitCode2) {
 
   const std::string ports_usage = "usage: vmio ports CLASS DEVICE [--command TEXT]... [--json]\n";
   const std::string watch_usage =
-      "usage: vmio watch CLASS DEVICE [--interval MS] [--count N] [--command TEXT]... [--json]\n";
+      "usage: vmio watch CLASS DEVICE [DEVICE...] [--devices FILE] [--interval MS] [--count N] [--command TEXT]... "
+      "[--json]\n";
   const struct {
     std::vector<std::string> args;
     std::string err;

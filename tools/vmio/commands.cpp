@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <fstream>
 #include <istream>
 #include <map>
 #include <optional>
@@ -21,6 +22,7 @@
 #include "vmio/error.h"
 #include "vmio/trace.h"
 #include "vmio/version.h"
+#include "watch_many.h"
 
 namespace vmio::cli {
 namespace {
@@ -59,7 +61,7 @@ struct Command {
   std::string_view summary;                 // one line for `vmio --help`
   std::string_view details;                 // for `vmio COMMAND --help`
   size_t arguments;                         // positional arguments; DEVICE, when taken, is the second
-  std::array<std::string_view, 5> options;  // those taking a value
+  std::array<std::string_view, 6> options;  // those taking a value
   bool json;                                // whether --json applies
   int (*run)(const Invocation&);
   size_t optional_arguments = 0;  // taken after the required ones
@@ -128,8 +130,22 @@ int Set(const Invocation& inv) {
   return SetPort(target, ParseIndex(inv.positional[2]), inv.positional[3], inv.Results());
 }
 
+// The devices of a watch of several: CLASS DEVICE DEVICE..., or --devices FILE.
+std::vector<Target> WatchTargets(const Invocation& inv) {
+  const auto list = inv.options.find("--devices");
+  if (list == inv.options.end()) {
+    const ClassInfo& cls = FindClass(inv.positional[0]);
+    std::vector<Target> targets;
+    for (size_t i = 1; i < inv.positional.size(); ++i) targets.emplace_back(cls, inv.positional[i]);
+    return targets;
+  }
+  if (!inv.positional.empty()) throw UsageError("--devices FILE takes no CLASS or DEVICE beside it");
+  std::ifstream file(list->second);
+  if (!file) throw UsageError("cannot read the device list '" + list->second + "'");
+  return ReadDeviceList(file);
+}
+
 int Watch(const Invocation& inv) {
-  const Target target = inv.Opened();
   WatchOptions options;
   options.interval_ms = PositiveOption(inv, "--interval", options.interval_ms);
   if (inv.options.contains("--count")) options.count = PositiveOption(inv, "--count", 1);
@@ -137,12 +153,25 @@ int Watch(const Invocation& inv) {
   // disconnected properly.
   const InterruptWatch interrupt;
   options.stop = interrupt.Handle();
-  return WatchPorts(target, options, inv.Results());
+  if (inv.positional.size() == 2 && !inv.options.contains("--devices")) {
+    const Target target = inv.Opened();
+    return WatchPorts(target, options, inv.Results());
+  }
+  // Several devices: each names its own credentials; --command would have to suit them all.
+  for (std::string_view one_device_only : {"--user", "--password-file"}) {
+    if (inv.options.contains(one_device_only)) {
+      throw UsageError(std::string(one_device_only) + " applies to one DEVICE; put user:password@ in each instead");
+    }
+  }
+  if (!inv.commands.empty()) throw UsageError("--command applies to one DEVICE");
+  return WatchMany(WatchTargets(inv), options, inv.Results());
 }
 
 int Shell(const Invocation& inv) { return RunShell(inv.in, inv.out); }
 
 int Demo(const Invocation& inv) { return RunSimulatorDemo(inv.out) == 0 ? kExitOk : kExitDevice; }
+
+constexpr size_t kManyDevices = 100000;  // DEVICEs a watch takes beyond its first
 
 constexpr std::string_view kCredentialOptions[] = {"--user", "--password-file"};
 constexpr std::string_view kCommandOption = "--command";  // RS232's commands, one per port
@@ -212,17 +241,25 @@ constexpr Command kCommands[] = {
      true,
      &Set},
     {"watch",
-     "watch CLASS DEVICE [--interval MS] [--count N] [--command TEXT]... [--json]",
+     "watch CLASS DEVICE [DEVICE...] [--devices FILE] [--interval MS] [--count N] [--command TEXT]... [--json]",
      "print port changes as they happen",
      "Reads every port each MS milliseconds (default 500) and prints the time, index, name and\n"
      "value of each port at the start and whenever one changes. Stops after N polls when\n"
      "--count is given, otherwise on Ctrl-C. --json prints one JSON object per line, with the\n"
      "time in ISO 8601 and its zone.\n"
-     "\nexample: vmio watch axis root:secret@10.0.0.5 --interval 250",
+     "Several devices (more than one DEVICE, or --devices FILE with one \"CLASS DEVICE\" per\n"
+     "line, # comment lines and blank lines skipped) are watched at once: every line (or JSON\n"
+     "object, with \"device\" and \"class\") names its device as given, password masked, and\n"
+     "a device's errors and state changes (connecting, online, stale, offline) appear as they\n"
+     "happen without holding back the others, which a dead device's retries never delay.\n"
+     "There, --count N stops after N intervals.\n"
+     "\nexample: vmio watch axis root:secret@10.0.0.5 --interval 250\n"
+     "example: vmio watch --devices site.list --json",
      2,
-     {"--interval", "--count", kCredentialOptions[0], kCredentialOptions[1], kCommandOption},
+     {"--interval", "--count", "--devices", kCredentialOptions[0], kCredentialOptions[1], kCommandOption},
      true,
-     &Watch},
+     &Watch,
+     kManyDevices},
     {"shell",
      "shell",
      "run commands read from standard input, one result line each",
@@ -335,7 +372,9 @@ int RunParsed(const Command& command, std::span<const std::string> args, std::is
       inv.options[name] = std::move(value);
     }
   }
-  if (inv.positional.size() < command.arguments) throw UsageError("missing arguments");
+  // --devices FILE names the devices instead (only watch takes it).
+  if (inv.positional.size() < command.arguments && !inv.options.contains("--devices"))
+    throw UsageError("missing arguments");
   if (inv.positional.size() > command.arguments + command.optional_arguments) throw UsageError("too many arguments");
   return command.run(inv);
 }

@@ -133,9 +133,9 @@ std::string ReadCell(IODevice& device, int32_t index, const std::string& device_
   }
 }
 
-// "2024-05-01 12:00:00.123", local time.
-std::string Timestamp() {
-  const auto now = std::chrono::system_clock::now();
+}  // namespace
+
+std::string Timestamp(std::chrono::system_clock::time_point now) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
   const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
   char text[32];
@@ -144,6 +144,8 @@ std::string Timestamp() {
   std::snprintf(millis, sizeof millis, ".%03d", static_cast<int>(ms));
   return std::string(text, length) + millis;
 }
+
+namespace {
 
 void PrintTable(const std::vector<std::array<std::string, 5>>& rows, std::ostream& out) {
   std::array<size_t, 5> widths{};

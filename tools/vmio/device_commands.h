@@ -1,5 +1,6 @@
 #pragma once
 // The one-shot commands that open one device: ports, get, set, watch.
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <ostream>
@@ -68,6 +69,9 @@ int SetPort(const Target& target, int32_t index, const std::string& text, const 
 // Lists what the enumerating classes find (cls, or every one when null): per class a heading,
 // then the ID and name of each device; with JSON, one array of {class, id, name}.
 int ScanDevices(const ClassInfo* cls, const Output& output);
+
+// "2024-05-01 12:00:00.123": a local time (the current one unless given) for people.
+std::string Timestamp(std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
 
 struct WatchOptions {
   int32_t interval_ms = 500;

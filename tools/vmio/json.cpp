@@ -94,8 +94,7 @@ JsonObject& JsonObject::AddError(const AutomationError& error, std::string_view 
   return Add("error", fields.Text());
 }
 
-std::string IsoTimestamp() {
-  const auto now = std::chrono::system_clock::now();
+std::string IsoTimestamp(std::chrono::system_clock::time_point now) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
   const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
   std::tm local{};

@@ -1,5 +1,6 @@
 #pragma once
 // JSON output for scripts (--json): one object per line, errors as fields.
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -29,7 +30,8 @@ class JsonObject {
   std::string text_ = "{";
 };
 
-// The current local time in ISO 8601 with milliseconds and the zone: 2024-05-01T12:00:00.123+02:00.
-std::string IsoTimestamp();
+// A local time (the current one unless given) in ISO 8601 with milliseconds and the zone:
+// 2024-05-01T12:00:00.123+02:00.
+std::string IsoTimestamp(std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
 
 }  // namespace vmio::cli
