@@ -23,7 +23,13 @@
 /// Timeout() counts them and RunTimers() and RunUntil run them.
 ///
 /// While a device is in an engine, the engine drives it: a blocking member called on it
-/// during one of its exchanges raises 5 "Invalid procedure call or argument".
+/// during one of its exchanges raises 5 "Invalid procedure call or argument" when it needs
+/// the device (an Axis camera's PortName asks the camera); the table members (Ports,
+/// PortDirection, PortType) answer at any time.
+///
+/// Running out of descriptors is not a dead device: such an exchange ends with error 67 "Too
+/// many files" (a kError event), the device's state is left as it was and it is tried again
+/// 50 ms later.
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -60,13 +66,14 @@ struct WatchOptions {
 
 /// One thing that happened to a device, in the order it happened.
 struct EngineEvent {
+  /// What happened.
   enum class Kind : int32_t {
     kValue = 0,  ///< a port's value changed (or was read for the first time): port, value
     kState = 1,  ///< the device's state changed: state
     kError = 2,  ///< a connect or read failed: error, description (port -1 when not a port's)
     kWrite = 3,  ///< a queued write ended: write_id, port, value, error 0 or its failure
   };
-  Kind kind = Kind::kValue;
+  Kind kind = Kind::kValue;                      ///< what happened
   int32_t device = 0;                            ///< the id Add returned
   int32_t port = -1;                             ///< 0-based port index, or -1
   Variant value;                                 ///< the new value (kValue), the value written (kWrite)
@@ -125,8 +132,8 @@ class VMIO_API Engine {
 
   /// Host-loop integration: the descriptors to watch and for what (1 readable, 2 writable).
   struct Watch {
-    int fd;
-    int events;
+    int fd;      ///< the descriptor (a socket on Windows)
+    int events;  ///< 1 readable, 2 writable, 3 both
   };
   std::vector<Watch> Descriptors() const;
   /// Told of every change: fd and its new events, 0 when it is no longer watched.

@@ -23,6 +23,8 @@ namespace vmio {
 namespace {
 
 constexpr int32_t kMinIntervalMs = 10;
+// How soon an exchange that found no descriptor left is tried again.
+constexpr int64_t kNoDescriptorPauseMs = 50;
 
 // The failure of an exchange as a host sees it: the automation error the blocking member
 // would raise.
@@ -248,7 +250,6 @@ struct Engine::Impl {
   engine::Task<void> Life(Device& d) {
     int64_t pause = d.options.interval_ms;
     for (;;) {
-      d.trying_since = engine::NowMs();
       UpdateState(d);
       std::optional<Failure> failure = co_await Exchange(d, d.exchanges->ConnectOn(io, d.device_string));
       if (!failure) {
@@ -261,6 +262,12 @@ struct Engine::Impl {
       while (!failure) {
         const int64_t started = engine::NowMs();
         failure = co_await Exchange(d, d.exchanges->RefreshOn(io));
+        if (failure && failure->number == kTooManyFiles) {
+          ReportFailure(d, *failure);
+          co_await Nap(io.loop(), engine::NowMs() + kNoDescriptorPauseMs, d.nap);
+          failure.reset();
+          continue;
+        }
         if (failure) break;
         d.last_good = engine::NowMs();
         ReportValues(d);
@@ -279,10 +286,16 @@ struct Engine::Impl {
         }
       }
       d.connected = false;
-      d.failed = true;
       ReportFailure(d, *failure);
-      UpdateState(d);
       EndQueuedWrites(d);
+      if (failure->number == kTooManyFiles) {
+        // The host ran out of descriptors: no fault of the device, whose state and back-off
+        // stay as they were; other devices' exchanges end soon and free some.
+        co_await Nap(io.loop(), engine::NowMs() + kNoDescriptorPauseMs, d.nap);
+        continue;
+      }
+      d.failed = true;
+      UpdateState(d);
       co_await Nap(io.loop(), engine::NowMs() + pause, d.nap);
       pause = std::min<int64_t>(pause * 2, d.options.max_backoff_ms);
     }

@@ -72,6 +72,7 @@ engine::Task<ModbusResult> ModbusT::OpenOn(engine::Io& io, std::string HostName,
   Socket = OpenSocket(SocketKind::Tcp);
   if (Socket == kNoSocket) {
     DebugLog("Failed to create a socket");
+    if (OutOfSockets()) co_return Failure(kTooManyFiles, AutomationError(kTooManyFiles).Description());
     co_return Failure(kConnectError, "Failed to create a socket");
   }
   DebugLog("Connecting to ", HostName);
