@@ -84,7 +84,11 @@ engine::Task<void> ADAM::BuildPortTable() {
   }
   // A port that is not a number fails like the connect itself, before any attempt.
   engine::Io& io = CurrentIo();
-  if (port) Connected = (co_await Modbus.OpenOn(io, host, *port)).Ok();
+  if (port) {
+    const ModbusResult opened = co_await Modbus.OpenOn(io, host, *port);
+    if (opened.error == kTooManyFiles) Raise(kTooManyFiles);
+    Connected = opened.Ok();
+  }
   if (!Connected) RaiseConnectionFailed("Connection failed");
   if (!(co_await Modbus.ReadCoilsOn(io, 0, 1)).Ok()) RaiseConnectionFailed("Unrecognised device");
 
@@ -103,6 +107,7 @@ engine::Task<void> ADAM::BuildPortTable() {
 
 engine::Task<std::string> ADAM::GetModelNumber(engine::Io& io, std::string HostName) {
   const QuerySocket udp;
+  if (udp.get() == kNoSocket && NoDescriptorLeft()) Raise(kTooManyFiles);
   if (!BindAnyLocal(udp.get())) RaiseConnectionFailed("Failed to open a UDP port");
   if (!co_await ConnectIPv4On(io.loop(), udp.get(), HostName, query_port_, kQueryWaitMs)) {
     RaiseConnectionFailed("Failed to open a UDP port");

@@ -92,4 +92,6 @@ void CloseSocket(SocketHandle s) { close(Fd(s)); }
 
 int32_t LastSocketError() { return errno; }
 
+bool NoDescriptorLeft() { return errno == EMFILE || errno == ENFILE; }
+
 }  // namespace vmio

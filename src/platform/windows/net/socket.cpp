@@ -106,4 +106,6 @@ void CloseSocket(SocketHandle s) { closesocket(Sock(s)); }
 
 int32_t LastSocketError() { return WSAGetLastError(); }
 
+bool NoDescriptorLeft() { return WSAGetLastError() == WSAEMFILE; }
+
 }  // namespace vmio
