@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "core/pumping_wait.h"
+#include "engine/io.h"
 
 namespace vmio {
 
@@ -71,6 +72,10 @@ class AccessBridge {
   // Lets pending events run (timers included, and this bridge's events) until one of this
   // bridge's events may have arrived or the deadline passes.
   virtual void WaitForEvents(WaitClock::time_point deadline) = 0;
+  // The same wait as a task on io's loop, which serves other devices meanwhile: the events
+  // that have arrived by then are delivered, nothing else runs inside it. Where the loop cannot
+  // watch the software's channel, it waits as WaitForEvents does.
+  virtual engine::Task<void> AwaitEvents(engine::Io& io, WaitClock::time_point deadline) = 0;
 };
 
 // The platform's bridge, delivering its events to events (which must outlive it).

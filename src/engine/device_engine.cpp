@@ -233,9 +233,9 @@ struct Engine::Impl {
     } catch (const AutomationError& e) {
       co_return Failure{e.Number(), e.Description()};
     } catch (const std::bad_alloc&) {
-      co_return Failure{kOutOfMemory, AutomationError(kOutOfMemory).Description()};
+      co_return Failure{kOutOfMemory, StandardErrorText(kOutOfMemory)};
     } catch (...) {
-      co_return Failure{kInvalidProcedureCall, AutomationError(kInvalidProcedureCall).Description()};
+      co_return Failure{kInvalidProcedureCall, StandardErrorText(kInvalidProcedureCall)};
     }
   }
 

@@ -205,7 +205,7 @@ engine::Task<HttpResponse> HTTPClient::Perform(engine::Io& io, std::string URL, 
     case HttpOutcome::BodyBroken:
       co_return Failure(kHttpReceiveFailed, "Disconnected while recieving data");
     case HttpOutcome::NoDescriptor:
-      co_return Failure(kTooManyFiles, AutomationError(kTooManyFiles).Description());
+      co_return Failure(kTooManyFiles, StandardErrorText(kTooManyFiles));
     case HttpOutcome::Stopped:
       co_return exchange.StopFailure();
   }

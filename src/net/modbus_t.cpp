@@ -71,8 +71,9 @@ engine::Task<ModbusResult> ModbusT::OpenOn(engine::Io& io, std::string HostName,
   if (Socket != kNoSocket) CloseSocket(Socket);
   Socket = OpenSocket(SocketKind::Tcp);
   if (Socket == kNoSocket) {
+    const bool no_descriptor = NoDescriptorLeft();  // before the trace, which may change it
     DebugLog("Failed to create a socket");
-    if (OutOfSockets()) co_return Failure(kTooManyFiles, AutomationError(kTooManyFiles).Description());
+    if (no_descriptor) co_return Failure(kTooManyFiles, StandardErrorText(kTooManyFiles));
     co_return Failure(kConnectError, "Failed to create a socket");
   }
   DebugLog("Connecting to ", HostName);

@@ -17,9 +17,9 @@
 // exchanges side by side; the blocking members run the same tasks to completion.
 //
 // Errors (exact texts): 46001 "Invalid hostname" / "Failed to create a socket" / "Failed to
-// connect to device" (67 "Too many files" instead when no descriptor is left for the socket), 46002 "Send failed" /
-// "Receive failed", 46003 "Receive timed out", 46004 "Invalid reply received" (8 bytes or fewer, or the peer closed),
-// 46005 "Modbus exception " + code + "occured" (no blank before "occured", deliberately).
+// connect to device", 67 "Too many files" (no descriptor left for the socket), 46002 "Send failed" / "Receive failed",
+// 46003 "Receive timed out", 46004 "Invalid reply received" (8 bytes or fewer, or the peer closed), 46005 "Modbus
+// exception " + code + "occured" (no blank before "occured", deliberately).
 #include <array>
 #include <concepts>
 #include <cstdint>

@@ -59,9 +59,9 @@ int32_t ReceiveBytes(SocketHandle s, uint8_t* buffer, int32_t length, int32_t fl
 void CloseSocket(SocketHandle s);
 // The code of the last failed socket call, for trace texts.
 int32_t LastSocketError();
-// Whether the last OpenSocket failed for want of a descriptor (the process's or the system's
-// limit): the host's problem, not the device's.
-bool OutOfSockets();
+// Whether the last failed socket call failed for want of a descriptor (the process's or the
+// system's): the host's trouble, which says nothing of the device.
+bool NoDescriptorLeft();
 
 // Waits for data at most Timeout seconds, rounded to whole seconds (halves to even: 0.5
 // polls, 2.5 waits 2), then makes exactly one recv, so a reply that arrives in pieces yields

@@ -4,6 +4,8 @@
 // connections stay, in the thread's connection cache, for the next object that talks to the
 // same device.
 #include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <memory>
 #include <sstream>
@@ -19,6 +21,7 @@
 #include "devices/axxessid/axxessid_door.h"
 #include "devices/http/axis.h"
 #include "scoped_environment.h"
+#include "support/raised.h"
 #include "support/sim_process.h"
 
 namespace vmio {
@@ -104,6 +107,40 @@ TEST(Descriptors, NoneBeforeConnectAndOnePerConnectedDevice) {
     again.PortValue(0);
     EXPECT_EQ(OpenDescriptors(), at_start + kSharedPerThread + kEach) << "a new object reuses its device's connection";
   }).join();
+}
+
+// Every descriptor this process can still open, held until the end of the scope.
+class Exhausted {
+ public:
+  Exhausted() {
+    for (int fd; fillers_.size() < 100000 && (fd = ::open("/dev/null", O_RDONLY)) >= 0;) fillers_.push_back(fd);
+  }
+  ~Exhausted() {
+    for (const int fd : fillers_) ::close(fd);
+  }
+  Exhausted(const Exhausted&) = delete;
+  Exhausted& operator=(const Exhausted&) = delete;
+  // Gives one back.
+  void Release() {
+    ::close(fillers_.back());
+    fillers_.pop_back();
+  }
+
+ private:
+  std::vector<int> fillers_;
+};
+
+TEST(Descriptors, AModuleConnectedWithoutADescriptorLeftIsToldSoNotThatItIsDead) {
+  const Site site = Serve();
+  ADAM module(site.module_query_port);
+  {
+    Exhausted none;
+    EXPECT_EQ(test::Raised([&] { module.Connect(site.module); }), "67 Too many files");
+    none.Release();  // the Modbus connection's, none for the model query
+    EXPECT_EQ(test::Raised([&] { module.Connect(site.module); }), "67 Too many files");
+  }
+  module.Connect(site.module);  // with descriptors back, all is well again
+  EXPECT_EQ(module.Ports(), 12);
 }
 
 }  // namespace

@@ -86,7 +86,7 @@ engine::Task<void> ADAM::BuildPortTable() {
   engine::Io& io = CurrentIo();
   if (port) {
     const ModbusResult opened = co_await Modbus.OpenOn(io, host, *port);
-    if (opened.error == kTooManyFiles) Raise(kTooManyFiles);  // the host's limit, not the device
+    if (opened.error == kTooManyFiles) Raise(kTooManyFiles);
     Connected = opened.Ok();
   }
   if (!Connected) RaiseConnectionFailed("Connection failed");
@@ -107,7 +107,7 @@ engine::Task<void> ADAM::BuildPortTable() {
 
 engine::Task<std::string> ADAM::GetModelNumber(engine::Io& io, std::string HostName) {
   const QuerySocket udp;
-  if (udp.get() == kNoSocket && OutOfSockets()) Raise(kTooManyFiles);
+  if (udp.get() == kNoSocket && NoDescriptorLeft()) Raise(kTooManyFiles);
   if (!BindAnyLocal(udp.get())) RaiseConnectionFailed("Failed to open a UDP port");
   if (!co_await ConnectIPv4On(io.loop(), udp.get(), HostName, query_port_, kQueryWaitMs)) {
     RaiseConnectionFailed("Failed to open a UDP port");

@@ -13,7 +13,9 @@
 // (the probe read), "Failed to open a UDP port" / "Failed to get the model number" (the
 // model query), "Unsupported model number", or run-time error 5 when the model reply has no
 // CR (as after 5 s of silence). A failure after the Modbus connect leaves Connected true and
-// the port table as it was. Reads and writes pass the client's 46002-46005 through.
+// the port table as it was. A process out of descriptors gets 67 "Too many files" instead of
+// "Connection failed" or "Failed to open a UDP port": the device is not at fault. Reads and writes pass the client's
+// 46002-46005 through.
 #include <cstdint>
 #include <span>
 #include <string>

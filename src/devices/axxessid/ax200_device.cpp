@@ -1,5 +1,7 @@
 #include "devices/axxessid/ax200_device.h"
 
+#include <utility>
+
 #include "core/errors.h"
 #include "net/local_addresses.h"
 
@@ -7,6 +9,29 @@ namespace vmio {
 
 AX200Device::AX200Device(IOPortDirection direction, ReadCaching caching)
     : PortTableDevice(caching), bridge_(CreateAccessBridge(*this)), direction_(direction) {}
+
+Variant AX200Device::PortValue(int32_t Index) {
+  const bool outer = std::exchange(blocking_, true);
+  try {
+    Variant value = PortTableDevice::PortValue(Index);
+    blocking_ = outer;
+    return value;
+  } catch (...) {
+    blocking_ = outer;
+    throw;
+  }
+}
+
+void AX200Device::PortValue(int32_t Index, const Variant& NewValue) {
+  const bool outer = std::exchange(blocking_, true);
+  try {
+    PortTableDevice::PortValue(Index, NewValue);
+  } catch (...) {
+    blocking_ = outer;
+    throw;
+  }
+  blocking_ = outer;
+}
 
 void AX200Device::Attach(const std::string& Device) {
   // A NUL would cut the string on its way to the software: it counts as not found.

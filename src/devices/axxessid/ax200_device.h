@@ -14,6 +14,12 @@
 namespace vmio {
 
 class AX200Device : public PortTableDevice, protected AccessEvents {
+ public:
+  // A host's blocking reads and writes: their waits for the software let the thread's events
+  // run (the pumping wait), where the engine's suspend on its loop.
+  Variant PortValue(int32_t Index) override;
+  void PortValue(int32_t Index, const Variant& NewValue) override;
+
  protected:
   AX200Device(IOPortDirection direction, ReadCaching caching);
 
@@ -25,6 +31,7 @@ class AX200Device : public PortTableDevice, protected AccessEvents {
   void SetPoints(const std::vector<std::string>& names);
 
   std::unique_ptr<AccessBridge> bridge_;
+  bool blocking_ = false;  // the exchange under way is a host's blocking call
 
  private:
   const IOPortDirection direction_;

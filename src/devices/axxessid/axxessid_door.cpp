@@ -53,10 +53,16 @@ engine::Task<void> AxxessIDDoor::ReadGroup(int32_t Index) {
   WaitingForStatus = true;
   bridge_->RequestStatus(id);
   const int32_t start = TickCount();
-  // Just past the time-out, so the last wait ends where the tick check fails.
+  // Just past the time-out, so the last wait ends where the tick check fails. A host's blocking
+  // read lets events run meanwhile (the answer among them); on an engine's loop the answer is
+  // awaited like a reply, and other devices are served meanwhile.
   const auto deadline = WaitClock::now() + std::chrono::milliseconds(kStatusTimeout + 1);
   while (WaitingForStatus) {
-    bridge_->WaitForEvents(deadline);
+    if (blocking_) {
+      bridge_->WaitForEvents(deadline);
+    } else {
+      co_await bridge_->AwaitEvents(CurrentIo(), deadline);
+    }
     if (TickDiff(start) > kStatusTimeout) Raise(IOErrorGettingValue, "Timed out getting door status");
   }
   const std::string status = bridge_->Status();

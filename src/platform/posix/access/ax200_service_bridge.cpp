@@ -27,6 +27,7 @@
 #include "access/access_bridge.h"
 #include "access/ax200_lines.h"
 #include "core/call_guard.h"
+#include "engine/waits.h"
 
 namespace vmio {
 namespace {
@@ -196,6 +197,18 @@ class ServiceBridge final : public AccessBridge {
     // The host's timers run in this wait: one that reads a door (or attaches) is refused.
     const CallGuard exchange(busy_);
     if (PumpingWait(fd_ >= 0 ? fd_ : kNoWaitHandle, deadline)) Receive();
+  }
+
+  engine::Task<void> AwaitEvents(engine::Io& io, Deadline deadline) override {
+    const CallGuard exchange(busy_);
+    const int64_t until = engine::NowMs() + MillisecondsLeft(deadline);
+    // A connection that has gone waits out the time, as the pumping wait does.
+    if (fd_ < 0) {
+      co_await engine::Sleep(io.loop(), until - engine::NowMs());
+      co_return;
+    }
+    const bool readable = co_await engine::Ready(io.loop(), fd_, engine::kReadable, until);
+    if (readable) Receive();
   }
 
  private:

@@ -92,6 +92,6 @@ void CloseSocket(SocketHandle s) { close(Fd(s)); }
 
 int32_t LastSocketError() { return errno; }
 
-bool OutOfSockets() { return errno == EMFILE || errno == ENFILE; }
+bool NoDescriptorLeft() { return errno == EMFILE || errno == ENFILE; }
 
 }  // namespace vmio

@@ -151,6 +151,12 @@ class ComAccessBridge final : public AccessBridge, private AccessEvents {
     PumpingWait(arrived_ ? reinterpret_cast<WaitHandle>(arrived_.Get()) : kNoWaitHandle, deadline);
   }
 
+  // The events come through the thread's message loop, which only the pumping wait runs.
+  engine::Task<void> AwaitEvents(engine::Io&, WaitClock::time_point deadline) override {
+    WaitForEvents(deadline);
+    co_return;
+  }
+
  private:
   // The door-control object, created with its events linked on first use.
   IDispatch* DoorControl() {

@@ -106,6 +106,6 @@ void CloseSocket(SocketHandle s) { closesocket(Sock(s)); }
 
 int32_t LastSocketError() { return WSAGetLastError(); }
 
-bool OutOfSockets() { return WSAGetLastError() == WSAEMFILE || WSAGetLastError() == WSAENOBUFS; }
+bool NoDescriptorLeft() { return WSAGetLastError() == WSAEMFILE; }
 
 }  // namespace vmio
