@@ -11,14 +11,17 @@ class Sim:
     """A running vmio-sim: its device string, and control lines sent to its standard input."""
 
     def __init__(self, make, *options):
-        program = os.environ.get("VMIO_SIM") or shutil.which("vmio-sim")
-        if not program:
-            pytest.fail("vmio-sim not found: set VMIO_SIM to its path")
-        self.process = subprocess.Popen([program, make, "--listen", "127.0.0.1:0", *options],
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self._start(make, "--listen", "127.0.0.1:0", *options)
         line = self.process.stdout.readline()
         assert line.startswith("device: "), line
         self.device = line[len("device: "):].strip()
+
+    def _start(self, *arguments):
+        program = os.environ.get("VMIO_SIM") or shutil.which("vmio-sim")
+        if not program:
+            pytest.fail("vmio-sim not found: set VMIO_SIM to its path")
+        self.process = subprocess.Popen([program, *arguments], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                        text=True)
 
     def send(self, line):
         self.process.stdin.write(line + "\n")
@@ -59,13 +62,11 @@ def logger_sim():
     process.wait(timeout=10)
 
 
-class Fleet:
+class Fleet(Sim):
     """A running vmio-sim fleet: its devices as (class, device string, health), and control lines."""
 
     def __init__(self, *options):
-        program = os.environ.get("VMIO_SIM") or shutil.which("vmio-sim")
-        self.process = subprocess.Popen([program, "fleet", *options], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                        text=True)
+        self._start("fleet", *options)
         self.devices = []
         for line in self.process.stdout:
             if line.startswith("device: "):
@@ -73,15 +74,6 @@ class Fleet:
             progid, device, health = line.split()
             self.devices.append((progid, device, health))
         assert self.devices, "vmio-sim fleet printed no device"
-
-    def send(self, line):
-        self.process.stdin.write(line + "\n")
-        self.process.stdin.flush()
-        return self.process.stdout.readline().strip()
-
-    def stop(self):
-        self.process.terminate()
-        self.process.wait(timeout=10)
 
 
 @pytest.fixture
