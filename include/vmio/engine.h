@@ -116,7 +116,9 @@ class VMIO_API Engine {
   /// Takes the oldest event waiting; false when none is. At most kMaxQueuedEvents wait: at
   /// the cap the oldest is dropped and counted (DroppedEvents).
   bool NextEvent(EngineEvent& event);
+  /// How many events were dropped at the cap so far.
   size_t DroppedEvents() const;
+  /// The most events that wait to be taken.
   static constexpr size_t kMaxQueuedEvents = 1 << 16;
   /// Called (on the owner's thread) each time an event is queued, so a host loop knows to
   /// take events; the engine may not be called back from inside it except NextEvent.
@@ -130,11 +132,12 @@ class VMIO_API Engine {
   /// retry) or until deadline_ms; true when idle.
   bool RunUntilIdle(int64_t deadline_ms);
 
-  /// Host-loop integration: the descriptors to watch and for what (1 readable, 2 writable).
+  /// A descriptor to watch and for what.
   struct Watch {
     int fd;      ///< the descriptor (a socket on Windows)
     int events;  ///< 1 readable, 2 writable, 3 both
   };
+  /// Host-loop integration: the descriptors to watch now, and for what.
   std::vector<Watch> Descriptors() const;
   /// Told of every change: fd and its new events, 0 when it is no longer watched.
   void SetWatchListener(std::function<void(int fd, int events)> listener);
