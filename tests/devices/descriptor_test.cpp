@@ -22,6 +22,7 @@
 #include "devices/http/axis.h"
 #include "scoped_environment.h"
 #include "support/raised.h"
+#include "support/sanitized.h"
 #include "support/sim_process.h"
 
 namespace vmio {
@@ -131,6 +132,7 @@ class Exhausted {
 };
 
 TEST(Descriptors, AModuleConnectedWithoutADescriptorLeftIsToldSoNotThatItIsDead) {
+  if (test::kSanitized) GTEST_SKIP() << test::kNeedsDescriptorsOfItsOwn;
   const Site site = Serve();
   ADAM module(site.module_query_port);
   {

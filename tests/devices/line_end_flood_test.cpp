@@ -11,6 +11,7 @@
 #include "devices/http/axis.h"
 #include "devices/http/genie.h"
 #include "http/raw_peer.h"
+#include "support/sanitized.h"
 #include "vmio/error.h"
 
 namespace vmio {
@@ -24,9 +25,8 @@ int64_t PeakResident() {
 }
 
 TEST(LineEndFlood, ARowPerLineEndCostsLittleMoreThanTheReplyItself) {
-#if defined(__SANITIZE_ADDRESS__)
-  GTEST_SKIP() << "AddressSanitizer's redzones and freed-memory quarantine swell the resident size";
-#endif
+  if (test::kSanitized)
+    GTEST_SKIP() << "AddressSanitizer's redzones and freed-memory quarantine swell the resident size";
   const std::string flood = std::string(kMaxBodyBytes, '\n');
   const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(flood.size()) + "\r\n\r\n";
   test::RawPeer peer([&](test::RawPeer& p, int fd) {

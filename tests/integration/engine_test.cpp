@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "fleet_sim.h"
+#include "support/sanitized.h"
 #include "vmio/error.h"
 #include "vmio/events.h"
 #include "vmio/io_device.h"
@@ -276,6 +277,7 @@ TEST(EngineTest, RefusesMisuseWithAutomationErrors) {
 
 // A host that runs out of descriptors is told so, not that its devices look dead.
 TEST(EngineTest, RunningOutOfDescriptorsIsReportedAsSuch) {
+  if (test::kSanitized) GTEST_SKIP() << test::kNeedsDescriptorsOfItsOwn;
   FleetSim fleet(Cameras(2, 0, 0));
   fleet.Start();
   auto first = std::dynamic_pointer_cast<IODevice>(CreateObject("VMIO.Axis"));
