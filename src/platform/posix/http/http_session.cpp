@@ -125,6 +125,9 @@ class CurlSession final : public HttpSession {
     curl_easy_setopt(easy_, CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
     curl_easy_setopt(easy_, CURLOPT_PROXY, "");  // no proxy, whatever the environment says
     curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
+    // Names are looked up before each request and handed over (ResolveHost), so libcurl's
+    // cache of a thread's hosts needs no expiry, whose sweep would visit every host per request.
+    curl_easy_setopt(easy_, CURLOPT_DNS_CACHE_TIMEOUT, -1L);
     curl_easy_setopt(easy_, CURLOPT_PATH_AS_IS, 1L);
     curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, error_buffer_);
     curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &CurlSession::OnHeader);
