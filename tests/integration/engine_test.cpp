@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -190,50 +189,6 @@ TEST(EngineTest, WritesRunInOrderBetweenReadsEachWithItsResult) {
   EXPECT_LT(on, input);
   EXPECT_LT(input, bad);
   EXPECT_EQ(fleet.Output(0, 1), 0);  // the other device was not touched
-}
-
-// A host's own loop: poll() over what the engine names, nothing else.
-TEST(EngineTest, AHostLoopDrivesItThroughDescriptorsAndTimeouts) {
-  FleetSim fleet(Cameras(5, 1, 0));
-  fleet.Start();
-  Watched w;
-  std::map<int, int> watched;
-  w.engine.SetWatchListener([&](int fd, int events) {
-    if (events) {
-      watched[fd] = events;
-    } else {
-      watched.erase(fd);
-    }
-  });
-  int listened = 0;
-  w.engine.SetEventListener([&] { ++listened; });
-  WatchOptions options;
-  options.interval_ms = 100;
-  w.AddFleet(fleet, options);
-
-  const int64_t deadline = Engine::Now() + 2000;
-  int online = 0;
-  while (online < 4 && Engine::Now() < deadline) {
-    std::vector<pollfd> fds;
-    for (const auto& [fd, events] : watched)
-      fds.push_back({fd, static_cast<short>((events & 1 ? POLLIN : 0) | (events & 2 ? POLLOUT : 0)), 0});
-    const int64_t timeout = w.engine.Timeout();
-    ::poll(fds.data(), fds.size(), static_cast<int>(timeout < 0 ? 50 : std::min<int64_t>(timeout, 50)));
-    for (const pollfd& p : fds) {
-      const int ready = (p.revents & (POLLIN | POLLERR | POLLHUP) ? 1 : 0) | (p.revents & (POLLOUT | POLLERR) ? 2 : 0);
-      if (ready) w.engine.Ready(p.fd, ready);
-    }
-    w.engine.RunTimers();
-    w.Take();
-    online = 0;
-    for (const auto& [id, state] : w.States()) online += state == DeviceState::kOnline;
-  }
-  EXPECT_EQ(online, 4);  // the fifth is silent
-  EXPECT_EQ(static_cast<size_t>(listened), w.events.size());
-  // What the listener was told is what the engine watches.
-  std::map<int, int> named;
-  for (const Engine::Watch& watch : w.engine.Descriptors()) named[watch.fd] = watch.events;
-  EXPECT_EQ(named, watched);
 }
 
 TEST(EngineTest, RefusesMisuseWithAutomationErrors) {
