@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <map>
 #include <memory>
 #include <new>
@@ -225,25 +226,31 @@ struct Engine::Impl {
     Emit(std::move(event));
   }
 
-  // Runs one exchange; its failure, if any, as a value (nothing a driver throws leaves here).
-  static engine::Task<std::optional<Failure>> Attempt(engine::Task<void> exchange) {
+  // What a driver threw, as the host sees it.
+  static Failure FailureOf(std::exception_ptr thrown) {
     try {
-      co_await exchange;
-      co_return std::nullopt;
+      std::rethrow_exception(std::move(thrown));
     } catch (const AutomationError& e) {
-      co_return Failure{e.Number(), e.Description()};
+      return Failure{e.Number(), e.Description()};
     } catch (const std::bad_alloc&) {
-      co_return Failure{kOutOfMemory, StandardErrorText(kOutOfMemory)};
+      return Failure{kOutOfMemory, StandardErrorText(kOutOfMemory)};
     } catch (...) {
-      co_return Failure{kInvalidProcedureCall, StandardErrorText(kInvalidProcedureCall)};
+      return Failure{kInvalidProcedureCall, StandardErrorText(kInvalidProcedureCall)};
     }
   }
 
+  // Runs one exchange; its failure, if any, as a value (nothing a driver throws leaves here).
   engine::Task<std::optional<Failure>> Exchange(Device& d, engine::Task<void> exchange) {
     d.busy = true;
-    std::optional<Failure> failure = co_await Attempt(std::move(exchange));
+    std::exception_ptr thrown;
+    try {
+      co_await exchange;
+    } catch (...) {
+      thrown = std::current_exception();
+    }
     d.busy = false;
-    co_return failure;
+    if (thrown) co_return FailureOf(std::move(thrown));
+    co_return std::nullopt;
   }
 
   // A device's whole life on the engine.
