@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -48,16 +49,20 @@ TEST(Watch, PrintsTheStartingValuesAndThenAChangeMadeByAnotherHost) {
   const sim::RunningDevice running = found.target->start();
   const std::string& device = running.device;
 
-  // The other host switches the output while the watch runs.
+  // The other host switches the output while the watch runs; it connects before the watch
+  // installs its trace handler, which a host sets before its threads use the library.
   Variant before;
+  std::promise<void> connected;
   std::thread other([&] {
     const auto object = CreateObject(found.target->progid);
     auto& io = dynamic_cast<IODevice&>(*object);
     io.Connect(device);
     before = io.PortValue(found.index);
+    connected.set_value();
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     io.PortValue(found.index, Variant(!before.AsBool()));
   });
+  connected.get_future().wait();
   const std::string progid(found.target->progid);
   std::istringstream in;
   std::ostringstream out, err;

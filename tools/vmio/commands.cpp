@@ -9,6 +9,7 @@
 #include <optional>
 #include <ostream>
 #include <regex>
+#include <thread>
 #include <vector>
 
 #include "credentials.h"
@@ -396,7 +397,9 @@ int RunCommand(std::span<const std::string> all_args, std::istream& in, std::ost
   const std::span<const std::string> args(kept);
   struct TraceTo {
     explicit TraceTo(std::ostream* stream) {
-      SetTraceHandler([this, stream](std::string_view text) {
+      // The command's own traces only: other threads of a host that runs it keep theirs.
+      SetTraceHandler([this, stream, owner = std::this_thread::get_id()](std::string_view text) {
+        if (std::this_thread::get_id() != owner) return;
         lines.emplace_back(text);
         if (stream) *stream << "vmio: " << text << std::endl;
       });
